@@ -1,0 +1,11 @@
+#include "api/softiron_path.h"
+
+#ifndef MAGCAL_SOFTIRON_PATH
+#define MAGCAL_SOFTIRON_PATH "/proc/mag_soft_parameter.json"
+#endif
+
+namespace magcal {
+
+const char* softiron_file_path() { return MAGCAL_SOFTIRON_PATH; }
+
+}  // namespace magcal
