@@ -26,10 +26,11 @@ void log_error(const char* tag, const char* format, ...) {
     va_end(args);
 }
 
-void log_fatal(const char* tag, const char* message) {
+void log_assert(const char* condition, const char* tag, const char* message) {
 #ifdef __ANDROID__
-    __android_log_assert(nullptr, tag, "%s", message);
+    __android_log_assert(condition, tag, "%s", message);
 #else
+    (void)condition;
     std::fprintf(stderr, "E/%s: %s\n", tag, message);
     std::fflush(stderr);
 #endif

@@ -8,7 +8,8 @@ namespace magcal {
 // Logs at priority 6 (error) under `tag`, printf-style.
 void log_error(const char* tag, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-// Logs `message` under `tag` and aborts the process.
-[[noreturn]] void log_fatal(const char* tag, const char* message);
+// A failed internal check: logs `message` under `tag` (with the failed
+// `condition` on Android, where the platform assert takes it) and aborts.
+[[noreturn]] void log_assert(const char* condition, const char* tag, const char* message);
 
 }  // namespace magcal

@@ -15,7 +15,7 @@ TEST(Log, WritesTaggedLineToStderr) {
 }
 
 TEST(LogDeathTest, FatalWritesMessageAndAborts) {
-    EXPECT_DEATH(magcal::log_fatal("JSONObject", "CHECK(x) failed."),
+    EXPECT_DEATH(magcal::log_assert("!(x)", "JSONObject", "CHECK(x) failed."),
                  "E/JSONObject: CHECK\\(x\\) failed\\.");
 }
 
