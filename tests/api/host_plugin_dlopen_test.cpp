@@ -146,6 +146,8 @@ TEST_F(Plugin, GettersWriteOnlyTimestampValuesAndAccuracy) {
         EXPECT_LE(out.accuracy, 3);
     }
     FusionOutput rv, game;
+    std::memset(&rv, 0, sizeof rv);
+    std::memset(&game, 0, sizeof game);
     api_->getRotationVector(&rv);
     api_->getGameRotationVector(&game);
     EXPECT_EQ(std::memcmp(&rv, &game, sizeof rv), 0);
