@@ -12,7 +12,7 @@ namespace {
 using magcal::ekf::g_nine_state;
 
 // The configuration the fusion driver hands over.
-constexpr double kDriverConfig[14] = {-1.0, 0.0, 0.0, 0.0, 2.0, 2.0, -1.0,
+constexpr double kDriverConfig[14] = {-1.0, 0.0, 0.0, 0.0, 2.0, 2.0,  -1.0,
                                       -5.0, 0.0, 0.0, 0.0, 1.0, 70.0, 0.1509999930858612};
 
 void expect_diagonal(const Matrix9& m, int n, const double* diag) {
@@ -43,8 +43,8 @@ TEST(NineStateInit, DriverConfigurationGivesDocumentedMatrices) {
 TEST(NineStateInit, EveryExponentReachesItsOwnBlockTruncatedTowardZero) {
     // Distinct exponents per block, with fractions that must be truncated
     // toward zero (-0.9 -> 0, 2.7 -> 2, -1.5 -> -1, 1.99 -> 1).
-    const double config[14] = {-0.9, 2.7, 1.0, 1.99, -1.5, 3.0, 1.0,
-                               -2.0, 1.0, 2.0, 1.0, 0.5, 64.0, 0.25};
+    const double config[14] = {-0.9, 2.7, 1.0, 1.99, -1.5, 3.0,  1.0,
+                               -2.0, 1.0, 2.0, 1.0,  0.5,  64.0, 0.25};
     QvGyroCal_9_states_init(config);
     const double p[9] = {10, 10, 10, 1000, 1000, 1000, 100, 100, 100};
     const double r[6] = {1, 1, 1, 10000, 10000, 10000};

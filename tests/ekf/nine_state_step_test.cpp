@@ -14,10 +14,10 @@ namespace {
 
 using magcal::ekf::g_nine_state;
 
-constexpr double kDriverConfig[14] = {-1.0, 0.0, 0.0, 0.0, 2.0, 2.0, -1.0,
+constexpr double kDriverConfig[14] = {-1.0, 0.0, 0.0, 0.0, 2.0, 2.0,  -1.0,
                                       -5.0, 0.0, 0.0, 0.0, 1.0, 70.0, 0.1509999930858612};
-constexpr double kGravity = 9.789999961853027;          // 9.79f
-constexpr double kFilterDegToRad = 3.14159 / 180.0;     // the filter's own conversion
+constexpr double kGravity = 9.789999961853027;       // 9.79f
+constexpr double kFilterDegToRad = 3.14159 / 180.0;  // the filter's own conversion
 constexpr double kTruePi = 3.14159265358979323846;
 constexpr double kDt = 0.02;  // 50 Hz [s]
 
@@ -92,7 +92,7 @@ double wrapped(double d) {
 }
 
 class NineStateStep : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { QvGyroCal_9_states_init(kDriverConfig); }
     double mag_corr[3] = {7, 7, 7};
     double bias_corr[3] = {7, 7, 7};
@@ -173,7 +173,8 @@ TEST_F(NineStateStep, DipFollowsFlatDeviceAndIsKeptWhenTilted) {
     QvGyroCal_9_states(q, mag_corr, bias_corr, mag, acc, zero, zero, kDt);
     const double gain = 0.1509999930858612;
     EXPECT_NEAR(g_nine_state.ns_dip, 70.0 - gain * (70.0 - 60.0), 1e-12);  // 68.49000006914139
-    for (int k = 1; k < 30; ++k) QvGyroCal_9_states(q, mag_corr, bias_corr, mag, acc, zero, zero, kDt);
+    for (int k = 1; k < 30; ++k)
+        QvGyroCal_9_states(q, mag_corr, bias_corr, mag, acc, zero, zero, kDt);
     EXPECT_NEAR(g_nine_state.ns_dip, 60.0 + 10.0 * std::pow(1.0 - gain, 30), 1e-9);
 
     // Tilted beyond the flat test (|1 - 7.7/9.76| = 0.21): dip kept exactly,

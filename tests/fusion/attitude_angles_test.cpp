@@ -13,8 +13,12 @@ namespace {
 constexpr double kTruePi = 3.14159265358979323846;
 constexpr double kDisplayPi = 3.141592025756836;  // the single-precision pi the display uses
 
-double rad(double deg) { return deg * kTruePi / 180.0; }
-double display_deg(double deg) { return rad(deg) * 180.0 / kDisplayPi; }
+double rad(double deg) {
+    return deg * kTruePi / 180.0;
+}
+double display_deg(double deg) {
+    return rad(deg) * 180.0 / kDisplayPi;
+}
 
 // Yaw psi about z, then roll phi about x: q = qz(psi) (x) qx(phi).
 void yaw_roll(double psi_deg, double phi_deg, double q[4]) {
