@@ -14,8 +14,8 @@
 //
 // While the device lies flat the dip is re-estimated from the angle between
 // acc and mag with a first-order low pass. Its radian-to-degree factor is
-// the exact 180/pi but the degree-to-radian factor is 3.14159/180; the pair
-// is part of the tuned behaviour and kept.
+// 180/pi but the degree-to-radian factor is 3.14159/180; the pair is part of
+// the tuned behaviour and kept.
 //
 // Every matrix intermediate runs through the process-wide scratch matrices;
 // the matrix operations take their sources by value, so a destination may be
@@ -29,13 +29,16 @@ namespace magcal::ekf {
 namespace {
 
 constexpr double kDivisorFloor = 9.999999974752427e-07;  // 1e-6f widened: smallest divisor
-constexpr double kGravity = 9.789999961853027;          // 9.79f widened [m/s^2]
-constexpr double kFlatTolerance = 0.10000000149011612;  // 0.1f widened: |1 - |az|/|a|| below is flat
-constexpr double kRadToDeg = 57.29577951308238;         // 180/pi
-constexpr double kDegToRad = 0.017453277777777776;      // 3.14159/180, deliberately not pi/180
+constexpr double kGravity = 9.789999961853027;           // 9.79f widened [m/s^2]
+// 0.1f widened: |1 - |az|/|a|| below this counts as lying flat
+constexpr double kFlatTolerance = 0.10000000149011612;
+constexpr double kRadToDeg = 57.29577951308238;     // 180/pi as tuned (literal kept)
+constexpr double kDegToRad = 0.017453277777777776;  // 3.14159/180, deliberately not pi/180
 
 // Divisors in [0, 1e-6] are raised to 1e-6; negative and NaN pass unchanged.
-double guarded(double d) { return (d >= 0.0 && d <= kDivisorFloor) ? kDivisorFloor : d; }
+double guarded(double d) {
+    return (d >= 0.0 && d <= kDivisorFloor) ? kDivisorFloor : d;
+}
 
 // Omega(w), the 4x4 matrix with q_dot = 0.5 * Omega(w) * q for body rates.
 void set_omega(Matrix9* dst, const double w[3]) {
@@ -185,8 +188,8 @@ extern "C" MAGCAL_API void QvGyroCal_9_states(double q[4], double mag_corr_out[3
     double p[3];
     for (int i = 0; i < 3; ++i) {
         // C * (0, cos, -sin); the zero x-component of the reference still enters.
-        const double unit = c_nb.data[i][0] * 0.0 + c_nb.data[i][1] * cos_dip -
-                            c_nb.data[i][2] * sin_dip;
+        const double unit =
+            c_nb.data[i][0] * 0.0 + c_nb.data[i][1] * cos_dip - c_nb.data[i][2] * sin_dip;
         p[i] = mag_len * unit;
     }
     put_twice_cross_matrix(f, &f.ns_H, p, 3);

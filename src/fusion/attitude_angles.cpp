@@ -12,8 +12,8 @@
 #include "magcal/magcal_algorithms.h"
 
 namespace {
-constexpr double kPi = 3.141592025756836;      // 3.141592f widened
-constexpr double kUpsideDownDeg = 120.0;       // beyond this roll the device faces down
+constexpr double kPi = 3.141592025756836;  // 3.141592f widened
+constexpr double kUpsideDownDeg = 120.0;   // beyond this roll the device faces down
 }  // namespace
 
 extern "C" MAGCAL_API void QvGyroCal_quaternion2angle(double angles[3], const double q[4]) {

@@ -39,8 +39,7 @@ extern "C" MAGCAL_API void func_Quat_Gyro_v2(const double gyro[3], double q[4], 
     const double t8 = t6 * theta * theta;
     const double t10 = t8 * theta * theta;
     // sin(theta)/|w|: the series of sin(theta)/theta up to theta^10, times dt/2.
-    const double s =
-        (1 - t2 / 6 + t4 / 120 - t6 / 5040 + t8 / 362880 - t10 / 39916800) * dt / 2;
+    const double s = (1 - t2 / 6 + t4 / 120 - t6 / 5040 + t8 / 362880 - t10 / 39916800) * dt / 2;
 
     double d[4] = {std::cos(theta), s * gx, s * gy, s * gz};
     const double len_d = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2] + d[3] * d[3]);
