@@ -26,34 +26,36 @@ AccuracyState g_accuracy_state;
 
 namespace {
 
-constexpr double kPi = 3.141592025756836;            // 3.141592f widened
-constexpr double kDivisorFloor = 0.0001;             // keeps rate ratios finite [rad/s]
+constexpr double kPi = 3.141592025756836;             // 3.141592f widened
+constexpr double kDivisorFloor = 0.0001;              // keeps rate ratios finite [rad/s]
 constexpr double kTurnRateMin = 0.10000000149011612;  // 0.1f widened: turning at all [rad/s]
 constexpr double kTiltRateMin = 0.30000001192092896;  // 0.3f widened: tilting, not resting [rad/s]
 constexpr double kTiltRatio = 0.699999988079071;      // 0.7f widened: about 35 deg of tilt
 constexpr double kAxisDominance = 6.0;                // rate about one axis vs the other two
 constexpr double kFlatAccZ = 2.5;                     // face up enough to judge tilts [m/s^2]
 constexpr double kTiltTurnAccY = 3.0;                 // y axis tilted up [m/s^2]
-constexpr double kFlipAccXY = 5.0;                    // change of gravity on x/y when flipped [m/s^2]
-constexpr double kFlipAccZ = 15.5;                    // change of gravity on z when flipped [m/s^2]
-constexpr int32_t kTurnDone = 1000;                   // counter value meaning "seen"
-constexpr int32_t kTurnCountMax = 99;                 // counting stops here [samples]
-constexpr double kMaxRadius = 190.0;                  // no Earth field is this strong [uT]
-constexpr double kMaxHorizRadius = 150.0;             // nor this strong horizontally [uT]
-constexpr double kTol6 = 6.0;                         // coarse steadiness [uT]
-constexpr double kTol35 = 3.5;                        // medium steadiness [uT]
-constexpr double kTol3 = 3.0;                         // fine steadiness [uT]
-constexpr double kMinRadius2 = 20.0;                  // weaker fields are not trusted for 2 [uT]
-constexpr double kEarthMin = 25.0;                    // Earth's field range [uT]
-constexpr double kEarthMax = 70.0;                    // [uT]
-constexpr double kRlsAgree = 10.0;                    // offset within this of the sphere centre [uT]
-constexpr double kRlsAgreeLoose = 15.0;               // the same, given rotation on several axes [uT]
-constexpr double kTiltTurnRlsY = 35.0;                // y gap still fine for a tilted turn [uT]
-constexpr double kRlsLost = 50.0;                     // the sphere fit has wandered off [uT]
-constexpr int32_t kIn3Clear = 10;                     // fixed on purpose, not scaled by the period [samples]
-constexpr int32_t kAcc3WaitRestart = -500;            // pause after a wait for accuracy 3 [samples]
+constexpr double kFlipAccXY = 5.0;          // change of gravity on x/y when flipped [m/s^2]
+constexpr double kFlipAccZ = 15.5;          // change of gravity on z when flipped [m/s^2]
+constexpr int32_t kTurnDone = 1000;         // counter value meaning "seen"
+constexpr int32_t kTurnCountMax = 99;       // counting stops here [samples]
+constexpr double kMaxRadius = 190.0;        // no Earth field is this strong [uT]
+constexpr double kMaxHorizRadius = 150.0;   // nor this strong horizontally [uT]
+constexpr double kTol6 = 6.0;               // coarse steadiness [uT]
+constexpr double kTol35 = 3.5;              // medium steadiness [uT]
+constexpr double kTol3 = 3.0;               // fine steadiness [uT]
+constexpr double kMinRadius2 = 20.0;        // weaker fields are not trusted for 2 [uT]
+constexpr double kEarthMin = 25.0;          // Earth's field range [uT]
+constexpr double kEarthMax = 70.0;          // [uT]
+constexpr double kRlsAgree = 10.0;          // offset within this of the sphere centre [uT]
+constexpr double kRlsAgreeLoose = 15.0;     // the same, given rotation on several axes [uT]
+constexpr double kTiltTurnRlsY = 35.0;      // y gap still fine for a tilted turn [uT]
+constexpr double kRlsLost = 50.0;           // the sphere fit has wandered off [uT]
+constexpr int32_t kIn3Clear = 10;           // fixed on purpose, not scaled by the period [samples]
+constexpr int32_t kAcc3WaitRestart = -500;  // pause after a wait for accuracy 3 [samples]
 
-inline double floored(double divisor) { return divisor < kDivisorFloor ? kDivisorFloor : divisor; }
+inline double floored(double divisor) {
+    return divisor < kDivisorFloor ? kDivisorFloor : divisor;
+}
 
 // Run lengths of the steadiness trackers and of the turn and flip counters.
 // Periods outside the usual range fall back to the 10 ms lengths.
@@ -94,10 +96,9 @@ void note_face(AccuracyState& st, bool& face, bool& face2) {
 
 extern "C" MAGCAL_API int32_t get_accuracy(const double* /*mag*/, const double acc[3],
                                            const double gyro[3], const double rls_diff[3],
-                                           int32_t mode, int32_t /*disturbed*/,
-                                           int32_t period_10ms, int32_t* accuracy,
-                                           const double q_gyro[4], int32_t* rls_reset,
-                                           double radius, double /*rls_radius*/,
+                                           int32_t mode, int32_t /*disturbed*/, int32_t period_10ms,
+                                           int32_t* accuracy, const double q_gyro[4],
+                                           int32_t* rls_reset, double radius, double /*rls_radius*/,
                                            double horiz_radius) {
     using namespace magcal;
     AccuracyState& st = g_accuracy_state;
@@ -203,9 +204,8 @@ extern "C" MAGCAL_API int32_t get_accuracy(const double* /*mag*/, const double a
         if (acc[1] / acc[2] > kTiltRatio) note_face(st, st.face_yp, st.face_yp2);
         if (-acc[1] / acc[2] > kTiltRatio) note_face(st, st.face_yn, st.face_yn2);
         const int32_t faces = int32_t{st.face_xp} + int32_t{st.face_xn} + int32_t{st.face_yp} +
-                              int32_t{st.face_yn} + int32_t{st.face_xp2} +
-                              int32_t{st.face_xn2} + int32_t{st.face_yp2} +
-                              int32_t{st.face_yn2};
+                              int32_t{st.face_yn} + int32_t{st.face_xp2} + int32_t{st.face_xn2} +
+                              int32_t{st.face_yp2} + int32_t{st.face_yn2};
         if (faces >= 7) mark_all_round(st);
     }
 
@@ -226,7 +226,8 @@ extern "C" MAGCAL_API int32_t get_accuracy(const double* /*mag*/, const double a
     if (st.flip_cnt_x + st.flip_cnt_y + st.flip_cnt_z >= 2 * kTurnDone) mark_all_round(st);
 
     // Loss: an implausible radius means the offset is wrong.
-    if ((radius > kMaxRadius && *accuracy >= 3) || (horiz_radius > kMaxHorizRadius && *accuracy >= 1)) {
+    if ((radius > kMaxRadius && *accuracy >= 3) ||
+        (horiz_radius > kMaxHorizRadius && *accuracy >= 1)) {
         *accuracy = 0;
         reset_accuracy();
         return 0;
@@ -267,8 +268,7 @@ extern "C" MAGCAL_API int32_t get_accuracy(const double* /*mag*/, const double a
                     level = 1;
                     st.cal_stage = 1;
                 } else {
-                    const int32_t spread =
-                        (st.turn_x ? 2 : 0) + st.turn_z + (st.turn_y ? 2 : 0);
+                    const int32_t spread = (st.turn_x ? 2 : 0) + st.turn_z + (st.turn_y ? 2 : 0);
                     if (spread >= 3) {
                         if (rls_diff[0] < kRlsAgreeLoose &&
                             (rls_diff[1] < kRlsAgreeLoose || st.tilt_turn)) {

@@ -18,4 +18,6 @@ extern "C" MAGCAL_API int32_t set_accuracy3_th(int32_t tenths) {
 }
 
 // Kept for hosts that still call it; there is no reset counter any more.
-extern "C" MAGCAL_API int32_t set_reset_cnt(void) { return 0; }
+extern "C" MAGCAL_API int32_t set_reset_cnt(void) {
+    return 0;
+}

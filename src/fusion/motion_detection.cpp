@@ -23,12 +23,12 @@ MotionState g_motion_state;
 
 namespace {
 
-constexpr double kZRateMin = 0.10000000149011612;        // 0.1f widened: z rate for the fallback [rad/s]
-constexpr double kZRateWeight = 0.699999988079071;       // 0.7f widened
-constexpr double kGravityRef = 9.899999618530273;        // 9.9f widened: flat-device |acc.z| [m/s^2]
-constexpr double kFastScore = 6.0;                       // a brisk turn
-constexpr double kVeryFastScore = 25.0;                  // a fast spin
-constexpr int32_t kCountCap = 10000;                     // counters stop here [samples]
+constexpr double kZRateMin = 0.10000000149011612;   // 0.1f widened: z rate for the fallback [rad/s]
+constexpr double kZRateWeight = 0.699999988079071;  // 0.7f widened
+constexpr double kGravityRef = 9.899999618530273;   // 9.9f widened: flat-device |acc.z| [m/s^2]
+constexpr double kFastScore = 6.0;                  // a brisk turn
+constexpr double kVeryFastScore = 25.0;             // a fast spin
+constexpr int32_t kCountCap = 10000;                // counters stop here [samples]
 
 }  // namespace
 }  // namespace magcal
@@ -39,8 +39,8 @@ extern "C" MAGCAL_API int32_t func_Dual_Cal_Motion_Detection_with_Acc_Gyro_Signa
     MotionState& st = g_motion_state;
 
     // Calibrated devices need a clearly stronger turn, and let go sooner.
-    double threshold;        // score threshold [rad/s * m/s^2]
-    int32_t release_base;    // release length at a 10 ms period [samples]
+    double threshold;      // score threshold [rad/s * m/s^2]
+    int32_t release_base;  // release length at a 10 ms period [samples]
     if (accuracy < 0) {
         threshold = 1.0;
         release_base = 80;

@@ -44,7 +44,7 @@ void rotation(double q[4], double deg, double ax, double ay, double az) {
 }
 
 class Accuracy : public ::testing::Test {
-protected:
+  protected:
     // Every test starts from the state the library has at load.
     void SetUp() override {
         std::memset(static_cast<void*>(&g_accuracy_state), 0, sizeof g_accuracy_state);
@@ -186,14 +186,15 @@ TEST_F(Accuracy, CoarseStageNeedsAgreementAndRotationOnSeveralAxes) {
         int32_t want_level, want_acc;
     };
     const Case cases[] = {
-        {1, 1, false, false, false, {{9.9, 9.9, 99.0}}, 1, 2},   // z turn, offset agrees
-        {1, 1, false, false, false, {{12.0, 1.0, 1.0}}, 0, 1},   // z turn alone, too far
-        {1, 1, true, false, false, {{14.0, 14.0, 1.0}}, 1, 1},   // two axes, loose agreement
-        {1, 1, true, false, false, {{14.0, 20.0, 1.0}}, 0, 1},   // y gap too big
-        {1, 1, true, false, true, {{14.0, 20.0, 1.0}}, 1, 2},    // unless a tilted turn was seen
-        {1, 0, false, true, true, {{40.0, 40.0, 1.0}}, 1, 2},    // one axis, tilted turn
-        {1, 0, true, true, false, {{1.0, 1.0, 1.0}}, 1, 2},      // x and y only
-        {0, 2, true, true, true, {{1.0, 1.0, 1.0}}, 0, 0},       // accuracy 0: nothing
+        {1, 1, false, false, false, {{9.9, 9.9, 99.0}}, 1, 2},  // z turn, offset agrees
+        {1, 1, false, false, false, {{12.0, 1.0, 1.0}}, 0, 1},  // z turn alone, too far
+        {1, 1, true, false, false, {{14.0, 14.0, 1.0}}, 1, 1},  // two axes, loose agreement
+        {1, 1, true, false, false, {{14.0, 20.0, 1.0}}, 0, 1},  // y gap too big
+        {1, 1, true, false, true, {{14.0, 20.0, 1.0}}, 1, 2},   // unless a tilted turn was seen
+        {1, 0, false, true, true, {{40.0, 40.0, 1.0}}, 1, 2},   // one axis, tilted turn
+        {1, 0, true, true, false, {{1.0, 1.0, 1.0}}, 1, 2},     // x and y only
+        {1, 0, false, false, true, {{40.0, 40.0, 1.0}}, 1, 2},  // a tilted turn alone
+        {0, 2, true, true, true, {{1.0, 1.0, 1.0}}, 0, 0},      // accuracy 0: nothing
         {2, 1, false, false, false, {{1.0, 1.0, 1.0}}, 1, 2},
     };
     for (const Case& c : cases) {
@@ -219,8 +220,11 @@ TEST_F(Accuracy, CoarseStageNeedsAgreementAndRotationOnSeveralAxes) {
     // Reaching 2 credits the leading turn counter, unless one is done already.
     const struct {
         int32_t z, x, y, want_z, want_x, want_y;
-    } credits[] = {{5, 5, 2, 1000, 5, 2}, {3, 5, 5, 3, 1000, 5}, {1, 2, 3, 1, 2, 1000},
-                   {0, 0, 0, 1000, 0, 0}, {1000, 7, 8, 1000, 7, 8}};
+    } credits[] = {{5, 5, 2, 1000, 5, 2},
+                   {3, 5, 5, 3, 1000, 5},
+                   {1, 2, 3, 1, 2, 1000},
+                   {0, 0, 0, 1000, 0, 0},
+                   {1000, 7, 8, 1000, 7, 8}};
     for (const auto& c : credits) {
         SetUp();
         g_accuracy_state.cal_stage = 1;  // also: the stage need not be reached again
@@ -278,27 +282,29 @@ TEST_F(Accuracy, GyroGatesUseTheWidenedSinglePrecisionThresholds) {
 }
 
 TEST_F(Accuracy, OtherModesOnlyGatherEvidenceAndApplyTheLossTest) {
-    Sample s;
-    s.mode = 0;
-    reference_at_identity();
-    g_accuracy_state.turn_x = true;
-    g_accuracy_state.cal_stage = 1;
-    EXPECT_EQ(feed_n(60, s), 1);
-    EXPECT_EQ(accuracy, 0);
-    accuracy = 1;
-    EXPECT_EQ(feed_n(60, s), 1);  // mode 1 would give 2 here
-    EXPECT_EQ(accuracy, 1);
-    EXPECT_EQ(g_accuracy_state.r_ref6, 0.0);
+    for (const int32_t mode : {0, 2, -1}) {
+        SetUp();
+        Sample s;
+        s.mode = mode;
+        reference_at_identity();
+        g_accuracy_state.turn_x = true;
+        g_accuracy_state.cal_stage = 1;
+        EXPECT_EQ(feed_n(60, s), 1) << mode;
+        EXPECT_EQ(accuracy, 0) << mode;
+        accuracy = 1;
+        EXPECT_EQ(feed_n(60, s), 1) << mode;  // mode 1 would give 2 here
+        EXPECT_EQ(accuracy, 1) << mode;
+        EXPECT_EQ(g_accuracy_state.r_ref6, 0.0) << mode;
 
-    s.gyro = Vec3{{0.0, 0.0, 1.0}};  // rotation evidence is still collected
-    feed_n(10, s);
-    EXPECT_EQ(g_accuracy_state.turn_cnt_z, 1000);
+        s.gyro = Vec3{{0.0, 0.0, 1.0}};  // rotation evidence is still collected
+        feed_n(10, s);
+        EXPECT_EQ(g_accuracy_state.turn_cnt_z, 1000) << mode;
 
-    s.mode = 7;
-    accuracy = 3;
-    s.radius = 191.0;
-    EXPECT_EQ(feed(s), 0);
-    EXPECT_EQ(accuracy, 0);
+        accuracy = 3;
+        s.radius = 191.0;
+        EXPECT_EQ(feed(s), 0) << mode;
+        EXPECT_EQ(accuracy, 0) << mode;
+    }
 }
 
 TEST_F(Accuracy, TiltedTurnFlagNeedsAgreementAndAccuracy) {
@@ -337,8 +343,8 @@ TEST_F(Accuracy, TiltedTurnFlagNeedsAgreementAndAccuracy) {
 
     // y not raised enough, or y and z rates too different: no count at all.
     s.rls_diff = Vec3{{1.0, 1.0, 1.0}};
-    for (const Sample& other : {Sample{Vec3{{0.0, 3.0, 8.0}}, s.gyro},
-                                Sample{s.acc, Vec3{{0.01, 0.2, 0.6}}}}) {
+    for (const Sample& other :
+         {Sample{Vec3{{0.0, 3.0, 8.0}}, s.gyro}, Sample{s.acc, Vec3{{0.01, 0.2, 0.6}}}}) {
         SetUp();
         accuracy = 1;
         feed_n(12, other);
@@ -350,10 +356,12 @@ TEST_F(Accuracy, TiltedTurnFlagNeedsAgreementAndAccuracy) {
 TEST_F(Accuracy, AttitudeChangeSinceTheReferenceSetsTurnFlags) {
     Sample s;
     g_accuracy_state.turn_z = 2;  // cleared when the reference is taken
+    g_accuracy_state.tilt_turn = true;
     s.acc = Vec3{{1.0, 2.0, 9.5}};
     feed(s);
     EXPECT_TRUE(g_accuracy_state.ref_taken);
     EXPECT_EQ(g_accuracy_state.turn_z, 0);
+    EXPECT_FALSE(g_accuracy_state.tilt_turn);
     EXPECT_EQ(g_accuracy_state.ref_acc_y, 2.0);
 
     EXPECT_EQ(g_accuracy_state.ref_ang0, 180.0);
@@ -382,8 +390,7 @@ TEST_F(Accuracy, AttitudeChangeSinceTheReferenceSetsTurnFlags) {
     SetUp();
     rotation(s.q, 90.0, 0.0, 0.0, 1.0);
     feed(s);
-    EXPECT_NEAR(g_accuracy_state.ref_ang0, 180.0 + 90.0 * (kDeg * 180.0) / 3.141592025756836,
-                1e-9);
+    EXPECT_NEAR(g_accuracy_state.ref_ang0, 180.0 + 90.0 * (kDeg * 180.0) / 3.141592025756836, 1e-9);
     EXPECT_GT(g_accuracy_state.ref_ang0, 270.000017);
 
     // Once calibrating has begun the attitude is not looked at.
@@ -424,8 +431,8 @@ TEST_F(Accuracy, ScriptedCalibrationWalksFromZeroToThree) {
     // Period 2, radius steady at 45, offset 1 uT from the sphere centre.
     Sample s;
     const Vec3 flat = s.acc;
-    const Vec3 tilts[] = {{{8.0, 0.0, 5.0}}, {{-8.0, 0.0, 5.0}}, {{0.0, 8.0, 5.0}},
-                          {{0.0, -8.0, 5.0}}, {{8.0, 0.0, 5.0}}, {{-8.0, 0.0, 5.0}},
+    const Vec3 tilts[] = {{{8.0, 0.0, 5.0}},  {{-8.0, 0.0, 5.0}}, {{0.0, 8.0, 5.0}},
+                          {{0.0, -8.0, 5.0}}, {{8.0, 0.0, 5.0}},  {{-8.0, 0.0, 5.0}},
                           {{0.0, 8.0, 5.0}}};
     for (int n = 1; n <= 34; ++n) {
         s.acc = flat;
@@ -525,13 +532,14 @@ TEST_F(Accuracy, ThresholdSetterWorksInTenths) {
 
 // Every field of AccuracyState, in order. The size check below fails when a
 // field is added without being listed here.
-#define ACCURACY_FIELDS(X)                                                                    \
-    X(r_ref6) X(r_ref35) X(r_ref3) X(in6) X(out6) X(in35) X(out35) X(in3) X(out3)             \
-    X(turn_cnt_z) X(turn_cnt_y) X(turn_cnt_x) X(all_round) X(ref_taken) X(tilt_turn)          \
-    X(acc3_wait) X(cal_stage) X(face_xp) X(face_xn) X(face_yp) X(face_yn) X(face_xp2)         \
-    X(face_xn2) X(face_yp2) X(face_yn2) X(turn_z) X(turn_y) X(turn_x) X(flip_cnt_x)           \
-    X(flip_cnt_y) X(flip_cnt_z) X(ref_ang0) X(ref_ang1) X(ref_ang2) X(ref_acc_x) X(ref_acc_y) \
-    X(ref_acc_z)
+#define ACCURACY_FIELDS(X)                                                                        \
+    X(r_ref6)                                                                                     \
+    X(r_ref35) X(r_ref3) X(in6) X(out6) X(in35) X(out35) X(in3) X(out3) X(turn_cnt_z)             \
+        X(turn_cnt_y) X(turn_cnt_x) X(all_round) X(ref_taken) X(tilt_turn) X(acc3_wait)           \
+            X(cal_stage) X(face_xp) X(face_xn) X(face_yp) X(face_yn) X(face_xp2) X(face_xn2)      \
+                X(face_yp2) X(face_yn2) X(turn_z) X(turn_y) X(turn_x) X(flip_cnt_x) X(flip_cnt_y) \
+                    X(flip_cnt_z) X(ref_ang0) X(ref_ang1) X(ref_ang2) X(ref_acc_x) X(ref_acc_y)   \
+                        X(ref_acc_z)
 static_assert(sizeof(AccuracyState) == 152, "AccuracyState gained or lost a field");
 
 template <typename T>
@@ -550,12 +558,12 @@ void fill_all(AccuracyState& st) {
 // field still holds its marker.
 void expect_cleared_exactly(const AccuracyState& st, const std::set<std::string>& cleared) {
     int i = 1;
-#define CHECK(f)                                                            \
-    {                                                                       \
-        using T = decltype(st.f);                                           \
-        const T want = cleared.count(#f) ? T{} : marker<T>(i);              \
-        EXPECT_EQ(st.f, want) << #f;                                        \
-        ++i;                                                                \
+#define CHECK(f)                                               \
+    {                                                          \
+        using T = decltype(st.f);                              \
+        const T want = cleared.count(#f) ? T{} : marker<T>(i); \
+        EXPECT_EQ(st.f, want) << #f;                           \
+        ++i;                                                   \
     }
     ACCURACY_FIELDS(CHECK)
 #undef CHECK
@@ -567,8 +575,9 @@ TEST_F(Accuracy, ResetsClearExactlyTheirFields) {
     EXPECT_EQ(initial.r_ref6, 0.0);
     EXPECT_EQ(initial.cal_stage, 0);
 
-    const std::set<std::string> soft = {"r_ref6", "r_ref35", "r_ref3", "in6", "out6", "in35",
-                                        "out35", "in3", "out3", "turn_z", "turn_y", "turn_x",
+    const std::set<std::string> soft = {"r_ref6",    "r_ref35",   "r_ref3",    "in6",
+                                        "out6",      "in35",      "out35",     "in3",
+                                        "out3",      "turn_z",    "turn_y",    "turn_x",
                                         "ref_taken", "tilt_turn", "acc3_wait", "cal_stage"};
     std::set<std::string> full = soft;
     for (const char* f : {"turn_cnt_z", "turn_cnt_y", "turn_cnt_x", "all_round", "face_xp",

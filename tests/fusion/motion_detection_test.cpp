@@ -19,7 +19,7 @@ const Vec3 kStill{{0.0, 0.0, 0.0}};
 const Vec3 kTurn{{1.0, 0.0, 1.0}};
 
 class MotionDetection : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { magcal::g_motion_state = magcal::MotionState{}; }
 
     static int32_t step(const Vec3& gyro, const Vec3& acc, int32_t period, int32_t accuracy) {
@@ -148,7 +148,8 @@ TEST_F(MotionDetection, ZRateFallbackScore) {
 
 TEST_F(MotionDetection, AllocatesNothing) {
     EXPECT_EQ(magcal_test::allocations_during([] {
-                  for (int i = 0; i < 50; ++i) step(i % 3 ? kTurn : kStill, kFlat, i % 31, i % 5 - 1);
+                  for (int i = 0; i < 50; ++i)
+                      step(i % 3 ? kTurn : kStill, kFlat, i % 31, i % 5 - 1);
               }),
               0u);
 }

@@ -9,7 +9,7 @@
 namespace {
 
 class StabilityCheck : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         magcal::g_stability_state = magcal::StabilityState{};
         ref_radius = 0.0;
