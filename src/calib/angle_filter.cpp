@@ -1,0 +1,45 @@
+// Circular moving average of the azimuth over one second, with outlier
+// rejection. Angles near north (below 90 or from 270 on) are averaged with
+// those below 180 lifted by 360, so that 358 and 2 average to 0, not 180; a
+// history entry more than 10 degrees from the input (but not across north)
+// is dropped from the average. Angles [deg].
+#include <cmath>
+
+#include "calib/calibration_state.h"
+#include "fusion/fusion_state.h"
+#include "magcal/magcal_algorithms.h"
+#include "matrix/numeric.h"
+
+using namespace magcal;
+
+extern "C" MAGCAL_API double angle_filter(double a) {
+    UpdateHistory& h = g_update_history;
+    const int32_t length =
+        (period_10ms >= 2 && period_10ms <= 29) ? samples_for(100, period_10ms) : 100;
+    if (h.angle_cnt == 0) {
+        h.angle_buf[0] = a;
+        h.angle_cnt = 1;
+        return a;
+    }
+    const double wrap = ((a >= 0 && a < 90) || (a >= 270 && a <= 360)) ? 360 : 0;
+    double sum = a < 180 ? a + wrap : a;
+    int32_t count = h.angle_cnt;
+    for (int i = 99; i >= 1; --i) {
+        h.angle_buf[i] = h.angle_buf[i - 1];
+        if (i > h.angle_cnt) continue;
+        const double v = h.angle_buf[i];
+        const double gap = std::fabs(a - v);
+        if (count >= 1 && gap > 10 && gap < 350) {
+            --count;  // outlier
+        } else {
+            sum += v;
+            if (v < 180) sum += wrap;
+        }
+    }
+    double result = sum / (count + 1);
+    if (result >= 360) result -= 360;
+    h.angle_buf[0] = a;
+    h.angle_cnt = h.angle_cnt + 1;
+    if (h.angle_cnt >= length) h.angle_cnt = length - 1;
+    return result;
+}

@@ -1,0 +1,43 @@
+// Pitch and roll from the mean accelerometer vector of the last half second.
+// Gravity alone is assumed, so the mean direction is "up" in device axes;
+// face down (mean z < 0) folds pitch beyond +-90 degrees. Angles [deg].
+#include <cmath>
+
+#include "calib/calibration_state.h"
+#include "fusion/fusion_state.h"
+#include "magcal/magcal_algorithms.h"
+#include "matrix/numeric.h"
+
+using namespace magcal;
+
+namespace {
+constexpr double kPi = 3.141592025756836;  // 3.141592f widened
+}
+
+extern "C" MAGCAL_API void QvGyroCal_update_get_pitch_roll(const double acc[3], double* pitch,
+                                                           double* roll) {
+    UpdateHistory& h = g_update_history;
+    const int32_t window = samples_for(50, period_10ms);  // half a second of samples
+    const int32_t n = h.accel_b_cnt >= window ? window : h.accel_b_cnt + 1;
+    h.accel_b_cnt = n;
+
+    double sum[3] = {acc[0], acc[1], acc[2]};
+    if (n >= 2) {
+        for (int32_t k = (n - 1 < 49 ? n - 1 : 49); k >= 1; --k) {
+            for (int i = 0; i < 3; ++i) {
+                h.B_Accel[k][i] = h.B_Accel[k - 1][i];
+                sum[i] += h.B_Accel[k][i];
+            }
+        }
+    }
+    for (int i = 0; i < 3; ++i) h.B_Accel[0][i] = acc[i];
+
+    double mean[3];
+    for (int i = 0; i < 3; ++i) mean[i] = sum[i] / n;
+    const double norm = std::sqrt(mean[0] * mean[0] + mean[1] * mean[1] + mean[2] * mean[2]);
+
+    double p = std::asin(-mean[1] / norm) * 180 / kPi;
+    *roll = std::asin(mean[0] / norm) * 180 / kPi;
+    if (mean[2] < 0) p = p >= 0 ? 180 - p : -180 - p;
+    *pitch = p;
+}

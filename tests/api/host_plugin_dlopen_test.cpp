@@ -1,0 +1,271 @@
+// The plug-in as a sensor service sees it: loaded with dlopen, reached only
+// through MAG_LIB_API_INTERFACE. Each test runs in its own process (ctest),
+// so each sees a freshly loaded library.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <set>
+#include <string>
+
+#include "magcal/magcal_host.h"
+#include "sim/session_simulator.h"
+
+namespace {
+
+class Plugin : public testing::Test {
+protected:
+    void SetUp() override {
+        handle_ = dlopen(MAGCAL_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(handle_, nullptr) << dlerror();
+        api_ = static_cast<const MagLibApiInterface*>(dlsym(handle_, "MAG_LIB_API_INTERFACE"));
+        ASSERT_NE(api_, nullptr);
+    }
+    void TearDown() override {
+        if (handle_ != nullptr) dlclose(handle_);
+    }
+
+    static SensorSample sample(int64_t t_ns, float x, float y, float z) {
+        SensorSample s;
+        s.timestamp = t_ns;
+        s.x = x;
+        s.y = y;
+        s.z = z;
+        s.status = 3;
+        return s;
+    }
+
+    // Feeds a simulated session through the table; returns the last result.
+    CalibratedMagResult feed(const magcal::sim::Session& session) {
+        CalibratedMagResult last{};
+        for (const auto& s : session.samples) {
+            const SensorSample in = sample(s.t_ns, s.v[0], s.v[1], s.v[2]);
+            switch (s.sensor) {
+                case magcal::sim::Sensor::Acc: api_->caliApiSetAccData(&in); break;
+                case magcal::sim::Sensor::Gyro: api_->caliApiSetGyroData(&in); break;
+                case magcal::sim::Sensor::Mag: api_->doCaliApi(&in, &last); break;
+            }
+        }
+        return last;
+    }
+
+    void* handle_ = nullptr;
+    const MagLibApiInterface* api_ = nullptr;
+};
+
+magcal::sim::Session short_figure8(double seconds) {
+    magcal::sim::Config config;
+    config.duration_s = seconds;
+    return magcal::sim::simulate(config);
+}
+
+TEST_F(Plugin, TableCarriesItsNameAndTheEntryPointsInSlotOrder) {
+    EXPECT_STREQ(api_->name, "MAG_LIB_API_INTERFACE");
+    const char* names[] = {"QVG_initLib",          "QVG_enableLib",
+                           "QVG_caliApiGetOffset", "QVG_caliApiSetOffset",
+                           "QVG_caliApiSetGyroData", "QVG_caliApiSetAccData",
+                           "QVG_SetMagData",       "QVG_doCaliApi",
+                           "QVG_getGravity",       "QVG_getRotationVector",
+                           "QVG_getOrientation",   "QVG_getLinearaccel",
+                           "QVG_getGameRotationVector", "QVG_getGeoMagnetic",
+                           "QVG_getVirtualGyro"};
+    void* const* slots = reinterpret_cast<void* const*>(&api_->initLib);
+    for (int i = 0; i < 15; ++i)
+        EXPECT_EQ(slots[i], dlsym(handle_, names[i])) << "slot " << i + 1 << " " << names[i];
+    EXPECT_NE(dlsym(handle_, "QVG_caliApiSetMagData"), nullptr);
+    EXPECT_NE(dlsym(handle_, "QVG_LoadPDC"), nullptr);
+}
+
+TEST_F(Plugin, MagnetometerSampleThroughSlotSevenChangesNothing) {
+    api_->initLib();
+    const SensorSample acc = sample(1000, 0.0f, 0.0f, 9.8f);
+    const SensorSample gyro = sample(1000, 0.1f, 0.0f, 0.0f);
+    const SensorSample mag = sample(2000, 10.0f, 20.0f, -40.0f);
+    api_->caliApiSetAccData(&acc);
+    api_->caliApiSetGyroData(&gyro);
+    FusionOutput before{};
+    api_->getGeoMagnetic(&before);
+    EXPECT_EQ(api_->setMagData(&mag), 0);
+    FusionOutput after{};
+    api_->getGeoMagnetic(&after);
+    EXPECT_EQ(std::memcmp(&before, &after, sizeof after), 0);
+    EXPECT_EQ(after.timestamp, 0);
+    float offset[3] = {9, 9, 9};
+    api_->caliApiGetOffset(offset);
+    EXPECT_EQ(offset[0], 0.0f);
+
+    // The same sample through QVG_doCaliApi is processed.
+    CalibratedMagResult result{};
+    api_->doCaliApi(&mag, &result);
+    api_->getGeoMagnetic(&after);
+    EXPECT_EQ(after.timestamp, 2000);
+}
+
+TEST_F(Plugin, SampleBeforeTheOtherSensorsGivesZerosWithTheNewTimestamp) {
+    api_->initLib();
+    CalibratedMagResult result;
+    std::memset(&result, 0xAB, sizeof result);
+    const SensorSample mag = sample(123456789, 10.0f, 20.0f, -40.0f);
+    EXPECT_EQ(api_->doCaliApi(&mag, &result), 0);
+    EXPECT_EQ(result.timestamp, 123456789);
+    for (int k = 0; k < 3; ++k) {
+        EXPECT_EQ(result.field[k], 0.0f);
+        EXPECT_EQ(result.offset[k], 0.0f);
+    }
+    EXPECT_EQ(result.accuracy, 0);
+    for (int k = 0; k < 7; ++k) EXPECT_EQ(result.tail[k], 0xAB);  // bytes 33-39 untouched
+    FusionOutput out{};
+    api_->getGravity(&out);
+    EXPECT_EQ(out.timestamp, 0);  // nothing was published
+
+    // With only the accelerometer it is still not processed.
+    const SensorSample acc = sample(1, 0.0f, 0.0f, 9.8f);
+    api_->caliApiSetAccData(&acc);
+    api_->doCaliApi(&mag, &result);
+    api_->getGravity(&out);
+    EXPECT_EQ(out.timestamp, 0);
+}
+
+TEST_F(Plugin, GettersWriteOnlyTimestampValuesAndAccuracy) {
+    api_->initLib();
+    feed(short_figure8(3.0));
+    const QvgGetterFn getters[] = {api_->getGravity,         api_->getRotationVector,
+                                   api_->getOrientation,     api_->getLinearaccel,
+                                   api_->getGameRotationVector, api_->getGeoMagnetic,
+                                   api_->getVirtualGyro};
+    for (const QvgGetterFn get : getters) {
+        FusionOutput out;
+        std::memset(&out, 0x5A, sizeof out);
+        ASSERT_EQ(get(&out), 0);
+        const unsigned char* bytes = reinterpret_cast<const unsigned char*>(&out);
+        for (int b = 20; b < 32; ++b) EXPECT_EQ(bytes[b], 0x5A) << "byte " << b;
+        for (int b = 33; b < 40; ++b) EXPECT_EQ(bytes[b], 0x5A) << "byte " << b;
+        EXPECT_NE(out.timestamp, 0x5A5A5A5A5A5A5A5A);
+        EXPECT_LE(out.accuracy, 3);
+    }
+    FusionOutput rv, game;
+    std::memset(&rv, 0, sizeof rv);
+    std::memset(&game, 0, sizeof game);
+    api_->getRotationVector(&rv);
+    api_->getGameRotationVector(&game);
+    EXPECT_EQ(std::memcmp(&rv, &game, sizeof rv), 0);
+}
+
+TEST_F(Plugin, ShortSessionThroughTheTableProducesConsistentOutputs) {
+    api_->initLib();
+    const magcal::sim::Session session = short_figure8(10.0);
+    const CalibratedMagResult last = feed(session);
+    EXPECT_EQ(last.timestamp, session.samples.back().t_ns);
+    FusionOutput gravity, linear, virtual_gyro, rv;
+    api_->getGravity(&gravity);
+    api_->getLinearaccel(&linear);
+    api_->getVirtualGyro(&virtual_gyro);
+    api_->getRotationVector(&rv);
+    EXPECT_EQ(gravity.timestamp, last.timestamp);
+    EXPECT_NEAR(std::sqrt(gravity.values[0] * gravity.values[0] +
+                          gravity.values[1] * gravity.values[1] +
+                          gravity.values[2] * gravity.values[2]),
+                9.79, 1e-3);
+    // The virtual gyroscope passes the last gyroscope sample through.
+    const auto& last_gyro = session.samples[session.samples.size() - 2];
+    ASSERT_EQ(last_gyro.sensor, magcal::sim::Sensor::Gyro);
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(virtual_gyro.values[k], last_gyro.v[k]);
+    // The rotation vector is a unit quaternion's vector part.
+    const double n2 = rv.values[0] * rv.values[0] + rv.values[1] * rv.values[1] +
+                      rv.values[2] * rv.values[2];
+    EXPECT_LE(n2, 1.0 + 1e-6);
+}
+
+TEST_F(Plugin, OffsetRoundTripAndRestartKeepsWhatWasLearnt) {
+    api_->initLib();
+    const float stored[3] = {12.5f, -3.25f, 40.0f};
+    api_->caliApiSetOffset(stored);
+    float read[3] = {0, 0, 0};
+    api_->caliApiGetOffset(read);
+    EXPECT_EQ(read[0], 12.5f);
+    EXPECT_EQ(read[1], -3.25f);
+    EXPECT_EQ(read[2], 40.0f);
+
+    api_->initLib();
+    const CalibratedMagResult learnt = feed(short_figure8(40.0));
+    ASSERT_GT(learnt.accuracy, 0);
+    float before[3];
+    api_->caliApiGetOffset(before);
+    api_->initLib();  // keeps the fusion state, asks for a restart
+    float cleared[3] = {1, 1, 1};
+    api_->caliApiGetOffset(cleared);
+    EXPECT_EQ(cleared[0], 0.0f);  // the last result was cleared ...
+    const SensorSample acc = sample(1, 0.0f, 0.0f, 9.8f);
+    const SensorSample gyro = sample(1, 0.0f, 0.0f, 0.0f);
+    const SensorSample mag = sample(2, 10.0f, 20.0f, -40.0f);
+    api_->caliApiSetAccData(&acc);
+    api_->caliApiSetGyroData(&gyro);
+    CalibratedMagResult after{};
+    api_->doCaliApi(&mag, &after);
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(after.offset[k], before[k]);  // ... the offset was not
+}
+
+std::set<std::string> exported_symbols() {
+    const std::string command = std::string(MAGCAL_NM_COMMAND) +
+                                " -D --defined-only --format=posix " MAGCAL_PLUGIN_PATH;
+    std::set<std::string> names;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return names;
+    char line[512];
+    while (std::fgets(line, sizeof line, pipe) != nullptr) {
+        char name[256];
+        char type = 0;
+        if (std::sscanf(line, "%255s %c", name, &type) == 2) names.insert(name);
+    }
+    pclose(pipe);
+    return names;
+}
+
+TEST(PluginSymbols, ExportsExactlyTheDocumentedNames) {
+    const std::set<std::string> expected = {
+        "MAG_LIB_API_INTERFACE", "QVG_initLib", "QVG_enableLib", "QVG_caliApiGetOffset",
+        "QVG_caliApiSetOffset", "QVG_caliApiSetGyroData", "QVG_caliApiSetAccData",
+        "QVG_caliApiSetMagData", "QVG_SetMagData", "QVG_doCaliApi", "QVG_getGravity",
+        "QVG_getRotationVector", "QVG_getOrientation", "QVG_getLinearaccel",
+        "QVG_getGameRotationVector", "QVG_getGeoMagnetic", "QVG_getVirtualGyro", "QVG_LoadPDC",
+        "getJsonCalibration",
+        "qvmtx_assign", "qvmtx_eye", "qvmtx_eye_muls", "qvmtx_trans", "qvmtx_mulm",
+        "qvmtx_muls", "qvmtx_divs", "qvmtx_addm", "qvmtx_subm", "qvmtx_addm_self",
+        "qvmtx_subm_self", "qvmtx_muls_self", "qvmtx_divs_self", "qvmtx_cross", "qvmtx_inv",
+        "qvmtx_trace", "qvmtx_norm_square", "qvmtx_norm",
+        "qvmtx_assign_6", "qvmtx_eye_6", "qvmtx_eye_muls_6", "qvmtx_trans_6", "qvmtx_mulm_6",
+        "qvmtx_muls_6", "qvmtx_divs_6", "qvmtx_addm_6", "qvmtx_subm_6", "qvmtx_addm_self_6",
+        "qvmtx_muls_self_6", "qvmtx_divs_self_6", "qvmtx_cross_6", "qvmtx_inv_6",
+        "qvmtx_trace_6", "qvmtx_norm_square_6", "qvmtx_norm_6",
+        "qvmatrix_double_to_matrix_trans", "qvmatrix_double_to_matrix_trans_6",
+        "qvmatrix_matrix_to_double_trans", "QvGyroCal_quaternionmul",
+        "QvGyroCal_quaternionmul_6", "convm_vec_to_product", "qvArrayInit",
+        "QvGyroCal_RLS_init", "QvGyroCal_RLS", "QvGyroCal_RLS_update_hr",
+        "func_Offset_Calibration_KF_init", "func_Offset_Calibration_KF_reset",
+        "func_Offset_Calibration_KF_update_xf", "func_Offset_Calibration_KF_v4",
+        "qt_gy_p", "func_Quat_Gyro_v2", "acc_mag2quaternion_b", "convm_dc_to_quat_b",
+        "QvGyroCal_quaternion2angle", "QvGyroCal_9_states_init", "QvGyroCal_9_states",
+        "func_Dual_Cal_Motion_Detection_with_Acc_Gyro_Signal_v2",
+        "func_Disturbance_Detection_v7", "func_R_Stability_from_RLSM_v8",
+        "accuracy3_offset_diff_th", "get_accuracy", "reset_accuracy", "reset_accuracy2",
+        "set_calibrated", "set_accuracy3_th", "set_reset_cnt",
+        "QvGyroCal_init_9_states", "QvGyroCal_init_9_states_160423",
+        "QvGyroCal_update_offset_9_states", "Sensor_Fusion_9_Hybrid_Mar_2018_v3",
+        "QvGyroCal_config_status_9_states", "QvGyroCal_config_status_9_accuracy",
+        "QvGyroCal_init", "QvGyroCal_config_softiron", "QvGyroCal_config_status",
+        "QvGyroCal_config_accuracy", "QvGyroCal_save", "QvGyroCal_update_last_timestamp",
+        "set_acc3_th", "QvGyroCal_init_reset", "QvGyroCal_init_start",
+        "QvGyroCal_update_offset", "QvGyroCal_update_get_pitch_roll", "angle_filter",
+        "average_filter"};
+    std::set<std::string> actual = exported_symbols();
+    ASSERT_FALSE(actual.empty()) << "could not list the plug-in's dynamic symbols";
+    // Sanitizer builds add their own runtime hooks; they are not the library's interface.
+    for (auto it = actual.begin(); it != actual.end();)
+        it = (it->rfind("__", 0) == 0) ? actual.erase(it) : std::next(it);
+    for (const std::string& name : expected) EXPECT_TRUE(actual.count(name)) << "missing " << name;
+    for (const std::string& name : actual) EXPECT_TRUE(expected.count(name)) << "unexpected " << name;
+}
+
+}  // namespace
