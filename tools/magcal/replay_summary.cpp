@@ -1,8 +1,14 @@
 #include "replay_summary.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace magcal::tool {
+namespace {
+
+constexpr double kLevelSine = 0.7071067811865476;  // sin 45 deg: "+y near horizontal"
+
+}  // namespace
 
 void RunningStats::add(double x) {
     ++n_;
@@ -45,8 +51,15 @@ void ReplaySummary::add(const ResultRow& row) {
     }
     final_error_ = row.offset_error;
     if (time_to_accuracy_[3] >= 0.0) {
-        heading_sq_ += row.heading_error * row.heading_error;
-        ++heading_n_;
+        heading_errors_.push_back(row.heading_error);
+        // Heading is well defined only while the +y axis is far from vertical:
+        // the world-z component of body +y is 2 (y z + w x).
+        const auto& q = row.truth->q;
+        const double y_up = 2.0 * (q[2] * q[3] + q[0] * q[1]);
+        if (std::fabs(y_up) < kLevelSine) {
+            level_heading_sq_ += row.heading_error * row.heading_error;
+            ++level_heading_n_;
+        }
     }
 }
 
@@ -87,9 +100,27 @@ void ReplaySummary::print(std::FILE* out, const std::array<float, 3>& final_offs
         }
     }
     std::fprintf(out, " final: %.3f uT\n", final_error_);
-    if (heading_n_ > 0) {
-        std::fprintf(out, "  heading error      RMS %.2f deg over %zu samples from accuracy 3 on\n",
-                     std::sqrt(heading_sq_ / static_cast<double>(heading_n_)), heading_n_);
+    if (!heading_errors_.empty()) {
+        double sq = 0.0;
+        std::vector<double> magnitude;
+        for (double e : heading_errors_) {
+            sq += e * e;
+            magnitude.push_back(std::fabs(e));
+        }
+        std::nth_element(magnitude.begin(), magnitude.begin() + magnitude.size() / 2,
+                         magnitude.end());
+        std::fprintf(out,
+                     "  heading error      RMS %.2f deg, median |error| %.2f deg, over %zu samples "
+                     "from accuracy 3 on\n",
+                     std::sqrt(sq / static_cast<double>(heading_errors_.size())),
+                     magnitude[magnitude.size() / 2], heading_errors_.size());
+        if (level_heading_n_ > 0) {
+            std::fprintf(out,
+                         "                     RMS %.2f deg over the %zu of them with the +y axis "
+                         "within 45 deg of horizontal\n",
+                         std::sqrt(level_heading_sq_ / static_cast<double>(level_heading_n_)),
+                         level_heading_n_);
+        }
     } else {
         std::fputs("  heading error      n/a (accuracy 3 never reached)\n", out);
     }

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <vector>
 
 #include "replay_results.h"
 
@@ -51,8 +52,9 @@ private:
     std::array<double, 3> error_at_{-1.0, -1.0, -1.0};  // [uT], -1 = no truth yet
     double final_error_ = -1.0;            // [uT]
     size_t truth_rows_ = 0;
-    double heading_sq_ = 0.0;              // [deg^2]
-    size_t heading_n_ = 0;
+    std::vector<double> heading_errors_;   // from accuracy 3 on [deg]
+    double level_heading_sq_ = 0.0;        // the same, +y axis near horizontal [deg^2]
+    size_t level_heading_n_ = 0;
 };
 
 }  // namespace magcal::tool

@@ -60,6 +60,14 @@ def number(path, line, row, name, blank_ok=False):
         fail(f"{path}:{line}: field '{name}': not a number: \"{text}\"")
 
 
+def enlarge_dots(legend):
+    """Scatter dots drawn tiny for density get a readable size in the legend."""
+    handles = getattr(legend, "legend_handles", None) or getattr(legend, "legendHandles", [])
+    for handle in handles:
+        if hasattr(handle, "set_sizes"):
+            handle.set_sizes([30])
+
+
 def main():
     parser = argparse.ArgumentParser(description="Draw a magcal replay report.")
     parser.add_argument("results")
@@ -163,8 +171,10 @@ def main():
         ax.set_ylabel(f"{axes_names[j]} [µT]")
         ax.set_title(f"Field, {axes_names[i]}{axes_names[j]} plane")
         ax.grid(alpha=0.3)
-        if col == 0:
-            ax.legend(loc="upper left", fontsize=9, markerscale=3)
+        if col == 1:
+            legend = ax.legend(loc="upper center", bbox_to_anchor=(0.5, -0.13), ncol=4,
+                               fontsize=10, frameon=False)
+            enlarge_dots(legend)
 
     # Offset per axis against truth.
     ax = fig.add_subplot(grid[1, 0:2])
@@ -207,7 +217,7 @@ def main():
     ax.set_ylabel("heading [deg, clockwise from north]")
     ax.set_title("Heading" + (" against truth" if have_heading_truth else ""))
     ax.grid(alpha=0.3)
-    ax.legend(loc="upper right", fontsize=9, markerscale=3)
+    enlarge_dots(ax.legend(loc="upper right", fontsize=9))
 
     # Field strength: raw swings with the offset, calibrated should be flat.
     ax = fig.add_subplot(grid[2, 2])
