@@ -41,6 +41,7 @@ public:
         if (handle_ != nullptr) dlclose(handle_);
     }
     const MagLibApiInterface* api() const { return api_; }
+    void* symbol(const char* name) const { return dlsym(handle_, name); }
 
 private:
     void* handle_ = nullptr;
@@ -215,6 +216,72 @@ TEST(ToolReplay, OutputsEqualDirectTableCallsBitForBit) {
     EXPECT_TRUE(went_back);
     EXPECT_EQ(refused, 4u);  // before acc/gyro, zero field, 5000 uT, zero acc
     EXPECT_NE(run.out.find("mag processed      401, refused 4"), std::string::npos) << run.out;
+}
+
+TEST(ToolReplay, SoftIronFileIsInstalledAfterInitialisation) {
+    // A non-symmetric distortion, so that applying S transposed would show.
+    ScratchDir dir;
+    const ToolRun sim = run_tool(
+        {"simulate", "--scenario", "figure8", "--duration", "3", "--seed", "4", "-o",
+         dir.file("log.csv"), "--soft-iron", "1.2,0.1,0, -0.05,0.9,0.02, 0,0.03,1.1",
+         "--softiron-out", dir.file("soft.json")},
+        dir);
+    ASSERT_EQ(sim.status, 0) << sim.err;
+    const ToolRun run = run_tool({"replay", dir.file("log.csv"), "-o", dir.file("results.csv"),
+                                  "--softiron", dir.file("soft.json")},
+                                 dir);
+    ASSERT_EQ(run.status, 0) << run.err;
+    const CsvTable t(dir.file("results.csv"));
+    ASSERT_EQ(t.size(), 150u);
+
+    // The first processed sample is corrected but not yet offset-corrected
+    // or averaged: its calibrated field is A^-1 raw.
+    const double inv_a[9] = {0.82949076946294,  -0.09222153288955, 0.00167675514345,
+                             0.04611076644478,  1.10665839467463,  -0.02012106172136,
+                             -0.00125756635758, -0.03018159258204, 0.90963966531967};
+    for (int i = 0; i < 3; ++i) {
+        const double expected = inv_a[3 * i] * t.f(0, "mag_x") + inv_a[3 * i + 1] * t.f(0, "mag_y") +
+                                inv_a[3 * i + 2] * t.f(0, "mag_z");
+        EXPECT_NEAR(t.f(0, i == 0 ? "cal_x" : i == 1 ? "cal_y" : "cal_z"), expected,
+                    1e-5 * std::fabs(expected) + 1e-5);
+    }
+
+    // And every output equals a host that installs the same file itself.
+    PluginCopy plugin(dir);
+    ASSERT_NE(plugin.api(), nullptr);
+    const MagLibApiInterface* api = plugin.api();
+    api->initLib();
+    using ReadJson = decltype(&getJsonCalibration);
+    using Install = int32_t (*)(const double*);
+    const auto read_json = reinterpret_cast<ReadJson>(plugin.symbol("getJsonCalibration"));
+    const auto install = reinterpret_cast<Install>(plugin.symbol("QvGyroCal_config_softiron"));
+    ASSERT_TRUE(read_json != nullptr && install != nullptr);
+    double m[9];
+    ASSERT_EQ(read_json(dir.file("soft.json").c_str(), "qvg", m, 9), 0);
+    install(m);
+    size_t row = 0;
+    for (const LogLine& l : magcal::tooltest::log_lines(magcal::sim::simulate([] {
+             magcal::sim::Config c = session_config(Scenario::Figure8, 3.0, 4);
+             c.soft_iron = {1.2, 0.1, 0.0, -0.05, 0.9, 0.02, 0.0, 0.03, 1.1};
+             return c;
+         }()))) {
+        const SensorSample s = sample_of(l);
+        if (l.sensor == Sensor::Acc) {
+            api->caliApiSetAccData(&s);
+        } else if (l.sensor == Sensor::Gyro) {
+            api->caliApiSetGyroData(&s);
+        } else {
+            CalibratedMagResult out;
+            std::memset(&out, 0, sizeof out);
+            api->doCaliApi(&s, &out);
+            static const char* const xyz[3] = {"x", "y", "z"};
+            expect_floats(t, row, "mag_", l.v.data(), xyz);
+            expect_floats(t, row, "cal_", out.field, xyz);
+            expect_floats(t, row, "offset_", out.offset, xyz);
+            ++row;
+        }
+    }
+    EXPECT_EQ(row, t.size());
 }
 
 TEST(ToolReplay, StateFileCarriesTheCalibrationIntoTheNextRun) {

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -16,6 +17,7 @@
 #include "calibration_state.h"
 #include "command_line.h"
 #include "commands.h"
+#include "magcal/magcal_algorithms.h"
 #include "magcal/magcal_host.h"
 #include "output_file.h"
 #include "plugin_library.h"
@@ -190,10 +192,9 @@ int run_replay(int argc, char** argv) {
         api.initLib();
     }
     if (!o.softiron_path.empty()) {
-        const auto read_json =
-            plugin.function<int32_t (*)(const char*, const char*, double*, size_t)>(
-                "getJsonCalibration");
-        const auto install = plugin.function<int32_t (*)(const double*)>("QvGyroCal_config_softiron");
+        const auto read_json = plugin.function<decltype(&getJsonCalibration)>("getJsonCalibration");
+        const auto install =
+            plugin.function<decltype(&QvGyroCal_config_softiron)>("QvGyroCal_config_softiron");
         double m[9];
         int32_t status;
         {
@@ -212,7 +213,7 @@ int run_replay(int argc, char** argv) {
         // The table's SetOffset keeps the library's last accuracy and radius;
         // the exported status call restores those too.
         const auto config_status =
-            plugin.function<int32_t (*)(const double*, int32_t, double)>("QvGyroCal_config_status");
+            plugin.function<decltype(&QvGyroCal_config_status)>("QvGyroCal_config_status");
         const double offset[3] = {restore->offset[0], restore->offset[1], restore->offset[2]};
         config_status(offset, restore->accuracy, restore->radius);
     }
