@@ -32,8 +32,7 @@ extern "C" MAGCAL_API double angle_filter(double a) {
         if (count >= 1 && gap > 10 && gap < 350) {
             --count;  // outlier
         } else {
-            sum += v;
-            if (v < 180) sum += wrap;
+            sum += v < 180 ? v + wrap : v;  // the entry and its wrap as one term
         }
     }
     double result = sum / (count + 1);

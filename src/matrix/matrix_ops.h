@@ -55,12 +55,12 @@ M* assign(M* dst, int32_t rows, int32_t cols, double value) {
     if (dst == nullptr) return dst;
     dst->rows = rows;
     dst->cols = cols;
-    if (rows < 1 || cols < 1) return dst;
-    if (is_compact<M>()) {
+    if (is_compact<M>()) {  // the 6x6 form fills the record whatever the shape
         for (auto& row : dst->data)
             for (double& v : row) v = value;
         return dst;
     }
+    if (rows < 1 || cols < 1) return dst;
     const int32_t n = capacity_of<M>();
     for (int32_t i = 0; i < rows && i < n; ++i)
         for (int32_t j = 0; j < cols && j < n; ++j) dst->data[i][j] = value;
