@@ -2,14 +2,14 @@
 // emitted sensors with physics computed independently here (rotation matrices
 // written out from the quaternion, a tilt-compensated compass, a gyro
 // integrator of our own), never with the simulator's own helpers.
+#include "sim/session_simulator.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
-
-#include "sim/session_simulator.h"
 
 namespace {
 
@@ -36,9 +36,15 @@ Config quiet(Scenario s, double rate, double duration) {
     return c;
 }
 
-V3 vec(const std::array<float, 3>& v) { return {v[0], v[1], v[2]}; }
-double dot3(const V3& a, const V3& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
-double len(const V3& a) { return std::sqrt(dot3(a, a)); }
+V3 vec(const std::array<float, 3>& v) {
+    return {v[0], v[1], v[2]};
+}
+double dot3(const V3& a, const V3& b) {
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
+double len(const V3& a) {
+    return std::sqrt(dot3(a, a));
+}
 V3 cross3(const V3& a, const V3& b) {
     return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
 }
@@ -111,8 +117,7 @@ TEST(SessionSimulator, EmitsOneAccGyroMagTriplePerTickAndOneTruthRowPerMag) {
 
     EXPECT_THROW(magcal::sim::simulate(quiet(Scenario::Still, 0.0, 1.0)), std::invalid_argument);
     EXPECT_THROW(magcal::sim::simulate(quiet(Scenario::Still, NAN, 1.0)), std::invalid_argument);
-    EXPECT_THROW(magcal::sim::simulate(quiet(Scenario::Still, 50.0, -1.0)),
-                 std::invalid_argument);
+    EXPECT_THROW(magcal::sim::simulate(quiet(Scenario::Still, 50.0, -1.0)), std::invalid_argument);
     EXPECT_TRUE(magcal::sim::simulate(quiet(Scenario::Still, 50.0, 0.0)).samples.empty());
 }
 
@@ -214,8 +219,9 @@ TEST(SessionSimulator, MagnetometerSeesTheConfiguredEarthFieldThroughTheDistorti
             EXPECT_DOUBLE_EQ(s.truth[k].field_ut, 45.0);
             EXPECT_EQ(s.truth[k].offset_ut, c.hard_iron_ut);
             // The field is in the body frame of the true attitude.
-            const V3 expected = to_body(s.truth[k].q_world_from_body,
-                                        {0.0, 45.0 * std::cos(60.0 * kPi / 180.0), -45.0 * sin_dip});
+            const V3 expected =
+                to_body(s.truth[k].q_world_from_body,
+                        {0.0, 45.0 * std::cos(60.0 * kPi / 180.0), -45.0 * sin_dip});
             for (int i = 0; i < 3; ++i) ASSERT_NEAR(f[i], expected[i], 2e-4);
             if (sc == Scenario::Figure8) continue;  // its hand motion tilts the accelerometer
             // Dip: the field leans sin(dip) below the horizontal, away from the
@@ -290,7 +296,8 @@ TEST(SessionSimulator, NoiseIsSeededGaussianWithTheConfiguredSpread) {
     }
     double jitter2 = 0.0;
     for (size_t k = 0; k < s.truth.size(); ++k) {
-        const double d = (s.truth[k].t_ns - n.start_ns - static_cast<int64_t>(k) * 20'000'000) * 1e-9;
+        const double d =
+            (s.truth[k].t_ns - n.start_ns - static_cast<int64_t>(k) * 20'000'000) * 1e-9;
         jitter2 += d * d;
     }
     EXPECT_NEAR(std::sqrt(jitter2 / s.truth.size()), 0.001, 0.00003);

@@ -28,9 +28,8 @@ void expect_rejected(const std::string& log_body, const std::string& message) {
     ScratchDir dir;
     const std::string log = dir.file("log.csv");
     write_text(log, std::string(kGoodStart) + log_body);
-    const ToolRun run =
-        run_tool({"replay", log, "-o", dir.file("results.csv"), "--state", dir.file("state.txt")},
-                 dir);
+    const ToolRun run = run_tool(
+        {"replay", log, "-o", dir.file("results.csv"), "--state", dir.file("state.txt")}, dir);
     EXPECT_EQ(run.status, 2) << run.err;
     EXPECT_EQ(run.err, log + message + "\n");
     EXPECT_EQ(dir.entries(), std::vector<std::string>{"log.csv"});
@@ -92,8 +91,8 @@ TEST(ToolInput, BadTruthStateAndSoftIronFilesAreInputErrors) {
     EXPECT_EQ(run.err, dir.file("absent.csv") + ": cannot open: No such file or directory\n");
 
     // A plug-in that cannot be loaded is a runtime failure, status 1.
-    run = run_tool({"replay", log, "-o", dir.file("r.csv"), "--plugin", dir.file("nothing.so")},
-                   dir);
+    run =
+        run_tool({"replay", log, "-o", dir.file("r.csv"), "--plugin", dir.file("nothing.so")}, dir);
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err.rfind("magcal replay: cannot load plug-in " + dir.file("nothing.so"), 0), 0u)
         << run.err;
@@ -178,11 +177,11 @@ TEST(ToolInput, SimulatedLogReadsBackExactly) {
 
 TEST(ToolInput, SoftIronFileUndoesTheDistortionAndTruthMovesToTheCorrectedFrame) {
     ScratchDir dir;
-    const ToolRun run = run_tool(
-        {"simulate", "--scenario", "still", "--duration", "0.1", "-o", dir.file("log.csv"),
-         "--truth", dir.file("truth.csv"), "--offset", "10,20,30", "--soft-iron",
-         "2,0,0, 0,1,0, 0,0.5,4", "--softiron-out", dir.file("soft.json")},
-        dir);
+    const ToolRun run =
+        run_tool({"simulate", "--scenario", "still", "--duration", "0.1", "-o", dir.file("log.csv"),
+                  "--truth", dir.file("truth.csv"), "--offset", "10,20,30", "--soft-iron",
+                  "2,0,0, 0,1,0, 0,0.5,4", "--softiron-out", dir.file("soft.json")},
+                 dir);
     ASSERT_EQ(run.status, 0) << run.err;
     // A = [[2,0,0],[0,1,0],[0,0.5,4]]: A^-1 = [[0.5,0,0],[0,1,0],[0,-0.125,0.25]],
     // S = (A^-1)^T, and the corrected offset A^-1 (10, 20, 30) = (5, 20, 5).

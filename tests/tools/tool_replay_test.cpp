@@ -28,7 +28,7 @@ using magcal::tooltest::write_text;
 // A private copy of the plug-in, so that this process starts from fresh
 // library state whatever ran before it.
 class PluginCopy {
-public:
+  public:
     explicit PluginCopy(const ScratchDir& dir) {
         const std::string copy = dir.file("libmagcal-copy.so");
         std::filesystem::copy_file(MAGCAL_PLUGIN_PATH, copy);
@@ -43,7 +43,7 @@ public:
     const MagLibApiInterface* api() const { return api_; }
     void* symbol(const char* name) const { return dlsym(handle_, name); }
 
-private:
+  private:
     void* handle_ = nullptr;
     const MagLibApiInterface* api_ = nullptr;
 };
@@ -107,10 +107,12 @@ TEST(ToolReplay, OutputsEqualDirectTableCallsBitForBit) {
     lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(mid), extra.begin(), extra.end());
     write_text(dir.file("log.csv"), magcal::tooltest::log_text(lines));
 
-    std::string truth = "timestamp_ns,qw,qx,qy,qz,heading_deg,offset_x,offset_y,offset_z,field_ut\n";
+    std::string truth =
+        "timestamp_ns,qw,qx,qy,qz,heading_deg,offset_x,offset_y,offset_z,field_ut\n";
     char buf[300];
     for (const auto& r : session.truth) {
-        std::snprintf(buf, sizeof buf, "%lld,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g\n",
+        std::snprintf(buf, sizeof buf,
+                      "%lld,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g\n",
                       static_cast<long long>(r.t_ns), r.q_world_from_body[0],
                       r.q_world_from_body[1], r.q_world_from_body[2], r.q_world_from_body[3],
                       r.heading_deg, r.offset_ut[0], r.offset_ut[1], r.offset_ut[2], r.field_ut);
@@ -119,8 +121,7 @@ TEST(ToolReplay, OutputsEqualDirectTableCallsBitForBit) {
     write_text(dir.file("truth.csv"), truth);
 
     const ToolRun run = run_tool({"replay", dir.file("log.csv"), "-o", dir.file("results.csv"),
-                                  "--truth", dir.file("truth.csv"), "--plugin",
-                                  MAGCAL_PLUGIN_PATH},
+                                  "--truth", dir.file("truth.csv"), "--plugin", MAGCAL_PLUGIN_PATH},
                                  dir);
     ASSERT_EQ(run.status, 0) << run.err;
     const CsvTable t(dir.file("results.csv"));
@@ -152,10 +153,10 @@ TEST(ToolReplay, OutputsEqualDirectTableCallsBitForBit) {
         ASSERT_LT(row, t.size());
         CalibratedMagResult out;
         FusionOutput rv, ori, grav, lin, game, geo, vg;
-        for (void* p : {static_cast<void*>(&out), static_cast<void*>(&rv), static_cast<void*>(&ori),
-                        static_cast<void*>(&grav), static_cast<void*>(&lin),
-                        static_cast<void*>(&game), static_cast<void*>(&geo),
-                        static_cast<void*>(&vg)}) {
+        for (void* p :
+             {static_cast<void*>(&out), static_cast<void*>(&rv), static_cast<void*>(&ori),
+              static_cast<void*>(&grav), static_cast<void*>(&lin), static_cast<void*>(&game),
+              static_cast<void*>(&geo), static_cast<void*>(&vg)}) {
             std::memset(p, 0, 40);
         }
         api->doCaliApi(&s, &out);
@@ -182,10 +183,10 @@ TEST(ToolReplay, OutputsEqualDirectTableCallsBitForBit) {
         expect_floats(t, row, "geomag_", geo.values, xyz);
         expect_floats(t, row, "vgyro_", vg.values, xyz);
 
-        const double length = std::sqrt(double{l.v[0]} * l.v[0] + double{l.v[1]} * l.v[1] +
-                                        double{l.v[2]} * l.v[2]);
-        const bool processed = acc_seen && gyro_seen && !acc_zero && length != 0.0 &&
-                               length <= 4914.0;
+        const double length =
+            std::sqrt(double{l.v[0]} * l.v[0] + double{l.v[1]} * l.v[1] + double{l.v[2]} * l.v[2]);
+        const bool processed =
+            acc_seen && gyro_seen && !acc_zero && length != 0.0 && length <= 4914.0;
         refused += !processed;
         EXPECT_EQ(t.i(row, "processed"), processed ? 1 : 0) << "row " << row;
 
@@ -221,11 +222,11 @@ TEST(ToolReplay, OutputsEqualDirectTableCallsBitForBit) {
 TEST(ToolReplay, SoftIronFileIsInstalledAfterInitialisation) {
     // A non-symmetric distortion, so that applying S transposed would show.
     ScratchDir dir;
-    const ToolRun sim = run_tool(
-        {"simulate", "--scenario", "figure8", "--duration", "3", "--seed", "4", "-o",
-         dir.file("log.csv"), "--soft-iron", "1.2,0.1,0, -0.05,0.9,0.02, 0,0.03,1.1",
-         "--softiron-out", dir.file("soft.json")},
-        dir);
+    const ToolRun sim =
+        run_tool({"simulate", "--scenario", "figure8", "--duration", "3", "--seed", "4", "-o",
+                  dir.file("log.csv"), "--soft-iron", "1.2,0.1,0, -0.05,0.9,0.02, 0,0.03,1.1",
+                  "--softiron-out", dir.file("soft.json")},
+                 dir);
     ASSERT_EQ(sim.status, 0) << sim.err;
     const ToolRun run = run_tool({"replay", dir.file("log.csv"), "-o", dir.file("results.csv"),
                                   "--softiron", dir.file("soft.json")},
@@ -240,10 +241,13 @@ TEST(ToolReplay, SoftIronFileIsInstalledAfterInitialisation) {
                              0.04611076644478,  1.10665839467463,  -0.02012106172136,
                              -0.00125756635758, -0.03018159258204, 0.90963966531967};
     for (int i = 0; i < 3; ++i) {
-        const double expected = inv_a[3 * i] * t.f(0, "mag_x") + inv_a[3 * i + 1] * t.f(0, "mag_y") +
+        const double expected = inv_a[3 * i] * t.f(0, "mag_x") +
+                                inv_a[3 * i + 1] * t.f(0, "mag_y") +
                                 inv_a[3 * i + 2] * t.f(0, "mag_z");
-        EXPECT_NEAR(t.f(0, i == 0 ? "cal_x" : i == 1 ? "cal_y" : "cal_z"), expected,
-                    1e-5 * std::fabs(expected) + 1e-5);
+        EXPECT_NEAR(t.f(0, i == 0   ? "cal_x"
+                           : i == 1 ? "cal_y"
+                                    : "cal_z"),
+                    expected, 1e-5 * std::fabs(expected) + 1e-5);
     }
 
     // And every output equals a host that installs the same file itself.
@@ -292,9 +296,9 @@ TEST(ToolReplay, StateFileCarriesTheCalibrationIntoTheNextRun) {
     write_text(dir.file("wave.csv"),
                magcal::tooltest::log_text(magcal::tooltest::log_lines(
                    magcal::sim::simulate(session_config(Scenario::Figure8, 40.0, 5)))));
-    ToolRun run = run_tool({"replay", dir.file("wave.csv"), "-o", dir.file("wave-results.csv"),
-                            "--state", state},
-                           dir);
+    ToolRun run = run_tool(
+        {"replay", dir.file("wave.csv"), "-o", dir.file("wave-results.csv"), "--state", state},
+        dir);
     ASSERT_EQ(run.status, 0) << run.err;
     const CsvTable wave(dir.file("wave-results.csv"));
     ASSERT_GT(wave.size(), 0u);
@@ -321,9 +325,8 @@ TEST(ToolReplay, StateFileCarriesTheCalibrationIntoTheNextRun) {
     run = run_tool({"replay", dir.file("still.csv"), "-o", dir.file("fresh.csv")}, dir);
     ASSERT_EQ(run.status, 0) << run.err;
     const CsvTable fresh(dir.file("fresh.csv"));
-    run = run_tool({"replay", dir.file("still.csv"), "-o", dir.file("restored.csv"), "--state",
-                    state},
-                   dir);
+    run = run_tool(
+        {"replay", dir.file("still.csv"), "-o", dir.file("restored.csv"), "--state", state}, dir);
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("restored"), std::string::npos) << run.out;
     const CsvTable restored(dir.file("restored.csv"));

@@ -26,7 +26,7 @@ namespace magcal::tooltest {
 
 // A fresh directory under /tmp, removed with everything in it.
 class ScratchDir {
-public:
+  public:
     ScratchDir() {
         char pattern[] = "/tmp/magcal-tool-test.XXXXXX";
         const char* made = mkdtemp(pattern);
@@ -49,7 +49,7 @@ public:
         return names;
     }
 
-private:
+  private:
     std::string path_;
 };
 
@@ -135,7 +135,7 @@ inline std::vector<LogLine> log_lines(const sim::Session& s) {
 
 // A CSV file with a header line, addressed by column name.
 class CsvTable {
-public:
+  public:
     explicit CsvTable(const std::string& path) {
         std::istringstream in(slurp(path));
         std::string line;
@@ -173,7 +173,7 @@ public:
         return std::strtoll(text(row, column).c_str(), nullptr, 10);
     }
 
-private:
+  private:
     std::map<std::string, size_t> index_;
     std::vector<std::vector<std::string>> rows_;
 };

@@ -59,9 +59,10 @@ SavedCalibration read_calibration_state(const std::string& path) {
         if (*seen) throw InputError(where + ": '" + w[0] + "' given twice");
         *seen = true;
     }
-    const char* missing = !have_offset ? "offset" : !have_accuracy ? "accuracy"
-                                                  : !have_radius   ? "radius"
-                                                                   : nullptr;
+    const char* missing = !have_offset     ? "offset"
+                          : !have_accuracy ? "accuracy"
+                          : !have_radius   ? "radius"
+                                           : nullptr;
     if (missing != nullptr) throw InputError(path + ": missing '" + missing + "'");
     return s;
 }

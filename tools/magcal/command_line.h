@@ -11,7 +11,7 @@
 namespace magcal::tool {
 
 class CommandLine {
-public:
+  public:
     CommandLine(int argc, char** argv, int first);
 
     // Next argument; false at the end. `*is_option` is true for "-x" and
@@ -24,7 +24,7 @@ public:
     // Rejects an "=VALUE" on an option that takes none.
     void no_value(const std::string& option);
 
-private:
+  private:
     std::vector<std::string> args_;
     size_t pos_ = 0;
     std::string pending_;  // the "=VALUE" part of the current option

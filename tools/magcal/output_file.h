@@ -10,7 +10,7 @@
 namespace magcal::tool {
 
 class OutputFile {
-public:
+  public:
     // RuntimeFailure when the temporary cannot be created.
     explicit OutputFile(std::string path);
     ~OutputFile();
@@ -28,7 +28,7 @@ public:
     // Closes and renames a file another program wrote to temp_path().
     void commit_external();
 
-private:
+  private:
     std::string path_;
     std::string temp_path_;
     std::FILE* stream_ = nullptr;

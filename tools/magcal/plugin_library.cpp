@@ -89,4 +89,3 @@ StderrSilencer::~StderrSilencer() {
 }
 
 }  // namespace magcal::tool
-

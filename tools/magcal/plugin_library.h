@@ -11,7 +11,7 @@
 namespace magcal::tool {
 
 class PluginLibrary {
-public:
+  public:
     // RuntimeFailure when the file cannot be loaded or has no valid table.
     explicit PluginLibrary(const std::string& path);
     ~PluginLibrary();
@@ -31,7 +31,7 @@ public:
     // else <dir of exe>/libmagcal.so.
     static std::string default_path();
 
-private:
+  private:
     void* symbol(const char* name) const;
 
     std::string path_;
@@ -42,13 +42,13 @@ private:
 // Sends this process's stderr to /dev/null while alive (the plug-in logs its
 // start-up to stderr); a no-op when `active` is false.
 class StderrSilencer {
-public:
+  public:
     explicit StderrSilencer(bool active);
     ~StderrSilencer();
     StderrSilencer(const StderrSilencer&) = delete;
     StderrSilencer& operator=(const StderrSilencer&) = delete;
 
-private:
+  private:
     int saved_ = -1;
 };
 

@@ -98,7 +98,7 @@ bool file_exists(const std::string& path) {
 
 // Mirrors the library's refusal rules from the host's side.
 class RefusalTracker {
-public:
+  public:
     void saw(const LogRecord& r) {
         if (r.sensor == sim::Sensor::Acc) {
             acc_ready_ = true;
@@ -116,13 +116,13 @@ public:
         return length <= 4914.0;  // also false for NaN: the library's upper limit [uT]
     }
 
-private:
+  private:
     bool acc_ready_ = false, gyro_ready_ = false, acc_zero_ = false;
 };
 
 // Truth rows by timestamp: in step with the log when it can, else by lookup.
 class TruthIndex {
-public:
+  public:
     explicit TruthIndex(const std::vector<TruthRecord>& rows) : rows_(rows) {
         for (size_t i = rows.size(); i-- > 0;) first_[rows[i].t_ns] = i;
     }
@@ -135,7 +135,7 @@ public:
         return &rows_[it->second];
     }
 
-private:
+  private:
     const std::vector<TruthRecord>& rows_;
     std::unordered_map<int64_t, size_t> first_;
     size_t next_ = 0;
@@ -143,7 +143,7 @@ private:
 
 // A progress line on a terminal for logs long enough to make one wait.
 class Progress {
-public:
+  public:
     explicit Progress(size_t total)
         : total_(total), active_(total >= kMinRecords && isatty(STDERR_FILENO)) {}
 
@@ -160,7 +160,7 @@ public:
         if (active_) std::fputs("\r                \r", stderr);
     }
 
-private:
+  private:
     static constexpr size_t kMinRecords = 100000;  // about ten minutes at 50 Hz
     size_t total_;
     bool active_;
@@ -280,12 +280,13 @@ int run_replay(int argc, char** argv) {
             if (row.truth != nullptr) {
                 double e2 = 0.0;
                 for (int k = 0; k < 3; ++k) {
-                    const double d = static_cast<double>(row.result.offset[k]) - row.truth->offset[k];
+                    const double d =
+                        static_cast<double>(row.result.offset[k]) - row.truth->offset[k];
                     e2 += d * d;
                 }
                 row.offset_error = std::sqrt(e2);
-                row.heading_error = circular_difference_deg(row.orientation.values[0],
-                                                            row.truth->heading_deg);
+                row.heading_error =
+                    circular_difference_deg(row.orientation.values[0], row.truth->heading_deg);
             }
         }
         summary.add(row);
@@ -305,7 +306,8 @@ int run_replay(int argc, char** argv) {
     std::printf("replay of %s through %s\n", o.log_path.c_str(), plugin.path().c_str());
     if (restore) {
         std::printf("  restored           offset %.3f %.3f %.3f uT, accuracy %d, radius %.3f uT\n",
-                    static_cast<double>(restore->offset[0]), static_cast<double>(restore->offset[1]),
+                    static_cast<double>(restore->offset[0]),
+                    static_cast<double>(restore->offset[1]),
                     static_cast<double>(restore->offset[2]), restore->accuracy, restore->radius);
     }
     summary.print(stdout, final_offset, with_truth);

@@ -23,9 +23,10 @@ void write_result_header(std::FILE* out, bool with_truth) {
         "geomag_x,geomag_y,geomag_z,vgyro_x,vgyro_y,vgyro_z,processed",
         out);
     if (with_truth) {
-        std::fputs(",truth_offset_x,truth_offset_y,truth_offset_z,truth_heading,"
-                   "offset_error,heading_error",
-                   out);
+        std::fputs(
+            ",truth_offset_x,truth_offset_y,truth_offset_z,truth_heading,"
+            "offset_error,heading_error",
+            out);
     }
     std::fputc('\n', out);
 }

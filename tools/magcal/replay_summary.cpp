@@ -17,9 +17,13 @@ void RunningStats::add(double x) {
     m2_ += d * (x - mean_);
 }
 
-double RunningStats::sd() const { return n_ > 0 ? std::sqrt(m2_ / static_cast<double>(n_)) : 0.0; }
+double RunningStats::sd() const {
+    return n_ > 0 ? std::sqrt(m2_ / static_cast<double>(n_)) : 0.0;
+}
 
-void ReplaySummary::count_sample(int sensor_index) { ++per_sensor_[sensor_index]; }
+void ReplaySummary::count_sample(int sensor_index) {
+    ++per_sensor_[sensor_index];
+}
 
 void ReplaySummary::add(const ResultRow& row) {
     if (!have_t0_) {
@@ -71,7 +75,8 @@ void ReplaySummary::print(std::FILE* out, const std::array<float, 3>& final_offs
     std::fputs("  time to accuracy  ", out);
     for (int level = 1; level <= 3; ++level) {
         if (time_to_accuracy_[level] >= 0.0) {
-            std::fprintf(out, " %d: %.2f s%s", level, time_to_accuracy_[level], level < 3 ? "," : "");
+            std::fprintf(out, " %d: %.2f s%s", level, time_to_accuracy_[level],
+                         level < 3 ? "," : "");
         } else {
             std::fprintf(out, " %d: never%s", level, level < 3 ? "," : "");
         }

@@ -15,20 +15,20 @@ namespace magcal::tool {
 
 // Mean and standard deviation (population) by Welford's update.
 class RunningStats {
-public:
+  public:
     void add(double x);
     size_t count() const { return n_; }
     double mean() const { return mean_; }
     double sd() const;
 
-private:
+  private:
     size_t n_ = 0;
     double mean_ = 0.0;
     double m2_ = 0.0;
 };
 
 class ReplaySummary {
-public:
+  public:
     // Offset-error checkpoints, seconds after the first mag sample.
     static constexpr std::array<double, 3> kCheckpoints{10.0, 20.0, 30.0};
 
@@ -40,20 +40,20 @@ public:
 
     size_t processed() const { return processed_; }
 
-private:
+  private:
     std::array<size_t, 3> per_sensor_{};
     size_t processed_ = 0, refused_ = 0;
     bool have_t0_ = false;
     int64_t t0_ns_ = 0;
-    double last_t_ = 0.0;                  // [s] since the first mag sample
+    double last_t_ = 0.0;  // [s] since the first mag sample
     int last_accuracy_ = 0;
     std::array<double, 4> time_to_accuracy_{-1.0, -1.0, -1.0, -1.0};  // [s], -1 = never
-    RunningStats raw_norm_, cal_norm_;     // [uT]
-    std::array<double, 3> error_at_{-1.0, -1.0, -1.0};  // [uT], -1 = no truth yet
-    double final_error_ = -1.0;            // [uT]
+    RunningStats raw_norm_, cal_norm_;                                // [uT]
+    std::array<double, 3> error_at_{-1.0, -1.0, -1.0};                // [uT], -1 = no truth yet
+    double final_error_ = -1.0;                                       // [uT]
     size_t truth_rows_ = 0;
-    std::vector<double> heading_errors_;   // from accuracy 3 on [deg]
-    double level_heading_sq_ = 0.0;        // the same, +y axis near horizontal [deg^2]
+    std::vector<double> heading_errors_;  // from accuracy 3 on [deg]
+    double level_heading_sq_ = 0.0;       // the same, +y axis near horizontal [deg^2]
     size_t level_heading_n_ = 0;
 };
 

@@ -134,8 +134,8 @@ int run_report(int argc, char** argv) {
     }
 
     OutputFile out(output_path);
-    std::vector<std::string> args{python, script, results_path, "--output", out.temp_path(),
-                                  "--format", format};
+    std::vector<std::string> args{python,          script,     results_path, "--output",
+                                  out.temp_path(), "--format", format};
     if (!truth_path.empty()) {
         args.push_back("--truth");
         args.push_back(truth_path);

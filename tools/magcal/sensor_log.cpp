@@ -72,8 +72,8 @@ std::vector<LogRecord> read_sensor_log(const std::string& path) {
         }
         static const char* const kAxis[3] = {"x", "y", "z"};
         for (int i = 0; i < 3; ++i) {
-            r.v[i] = parse_float_field(field_at(f, 2 + i, kAxis[i], where, kLayout), kAxis[i],
-                                       where);
+            r.v[i] =
+                parse_float_field(field_at(f, 2 + i, kAxis[i], where, kLayout), kAxis[i], where);
         }
         r.status = f.size() == 6 ? parse_int32_field(f[5], "status", where) : 0;
         records.push_back(r);
@@ -81,13 +81,14 @@ std::vector<LogRecord> read_sensor_log(const std::string& path) {
     return records;
 }
 
-void write_log_header(std::FILE* out) { std::fputs("timestamp_ns,sensor,x,y,z\n", out); }
+void write_log_header(std::FILE* out) {
+    std::fputs("timestamp_ns,sensor,x,y,z\n", out);
+}
 
 void write_log_record(std::FILE* out, int64_t t_ns, sim::Sensor sensor,
                       const std::array<float, 3>& v) {
     std::fprintf(out, "%" PRId64 ",%s,%.9g,%.9g,%.9g\n", t_ns, sensor_name(sensor),
-                 static_cast<double>(v[0]), static_cast<double>(v[1]),
-                 static_cast<double>(v[2]));
+                 static_cast<double>(v[0]), static_cast<double>(v[1]), static_cast<double>(v[2]));
 }
 
 }  // namespace magcal::tool

@@ -14,11 +14,11 @@
 namespace magcal::tool {
 
 struct LogRecord {
-    int64_t t_ns;             // [ns], as written (order and monotonicity are not checked)
+    int64_t t_ns;  // [ns], as written (order and monotonicity are not checked)
     sim::Sensor sensor;
-    std::array<float, 3> v;   // [m/s^2], [rad/s] or [uT]
-    int32_t status;           // 0 when the line has none
-    int line;                 // line number in the file, for messages
+    std::array<float, 3> v;  // [m/s^2], [rad/s] or [uT]
+    int32_t status;          // 0 when the line has none
+    int line;                // line number in the file, for messages
 };
 
 // Reads a whole log. InputError with "FILE:LINE: ..." on the first bad line.

@@ -141,9 +141,9 @@ int run_simulate(int argc, char** argv) {
                  "# magcal simulate --scenario %s --rate %.9g --duration %.9g --seed %" PRIu64
                  "\n# offset %.9g,%.9g,%.9g uT; field %.9g uT, dip %.9g deg; noise gyro "
                  "%.9g rad/s, acc %.9g m/s^2, mag %.9g uT; jitter %.9g s\n",
-                 sim::scenario_name(c.scenario), c.rate_hz, c.duration_s, c.seed,
-                 c.hard_iron_ut[0], c.hard_iron_ut[1], c.hard_iron_ut[2], c.field_ut, c.dip_deg,
-                 c.gyro_noise, c.acc_noise, c.mag_noise, c.jitter_s);
+                 sim::scenario_name(c.scenario), c.rate_hz, c.duration_s, c.seed, c.hard_iron_ut[0],
+                 c.hard_iron_ut[1], c.hard_iron_ut[2], c.field_ut, c.dip_deg, c.gyro_noise,
+                 c.acc_noise, c.mag_noise, c.jitter_s);
     std::fputs("# soft-iron distortion A (row-major):", log.stream());
     for (double v : c.soft_iron) std::fprintf(log.stream(), " %.9g", v);
     std::fputc('\n', log.stream());
@@ -155,13 +155,13 @@ int run_simulate(int argc, char** argv) {
     std::unique_ptr<OutputFile> truth;
     if (!o.truth_path.empty()) {
         truth = std::make_unique<OutputFile>(o.truth_path);
-        std::fprintf(truth->stream(),
-                     "# ground truth of %s; offset in the %s frame [uT]\n", o.log_path.c_str(),
+        std::fprintf(truth->stream(), "# ground truth of %s; offset in the %s frame [uT]\n",
+                     o.log_path.c_str(),
                      o.softiron_path.empty() ? "raw sensor" : "soft-iron-corrected");
         write_truth_header(truth->stream());
         for (const sim::TruthRow& r : session.truth) {
-            write_truth_record(truth->stream(),
-                               {r.t_ns, r.q_world_from_body, r.heading_deg, truth_offset, r.field_ut});
+            write_truth_record(truth->stream(), {r.t_ns, r.q_world_from_body, r.heading_deg,
+                                                 truth_offset, r.field_ut});
         }
     }
 

@@ -56,8 +56,8 @@ std::vector<std::string> split_fields(const std::string& text) {
     size_t start = 0;
     while (true) {
         const size_t comma = text.find(',', start);
-        fields.push_back(trim(text.substr(start, comma == std::string::npos ? std::string::npos
-                                                                             : comma - start)));
+        fields.push_back(trim(
+            text.substr(start, comma == std::string::npos ? std::string::npos : comma - start)));
         if (comma == std::string::npos) break;
         start = comma + 1;
     }
@@ -100,8 +100,8 @@ int32_t parse_int32_field(const std::string& text, const char* name, const std::
     return static_cast<int32_t>(v);
 }
 
-const std::string& field_at(const std::vector<std::string>& fields, size_t index,
-                            const char* name, const std::string& where, const char* layout) {
+const std::string& field_at(const std::vector<std::string>& fields, size_t index, const char* name,
+                            const std::string& where, const char* layout) {
     if (index >= fields.size()) {
         throw InputError(where + ": field '" + name + "': missing (a line is " + layout + ")");
     }

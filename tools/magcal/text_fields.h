@@ -37,8 +37,8 @@ int64_t parse_int64_field(const std::string& text, const char* name, const std::
 int32_t parse_int32_field(const std::string& text, const char* name, const std::string& where);
 
 // The field at `index`, or InputError "WHERE: field 'NAME': missing (...)".
-const std::string& field_at(const std::vector<std::string>& fields, size_t index,
-                            const char* name, const std::string& where, const char* layout);
+const std::string& field_at(const std::vector<std::string>& fields, size_t index, const char* name,
+                            const std::string& where, const char* layout);
 
 // Quoted for messages, with control characters escaped.
 std::string quoted(const std::string& text);

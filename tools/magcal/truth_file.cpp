@@ -11,9 +11,8 @@ namespace {
 
 constexpr const char* kHeader =
     "timestamp_ns,qw,qx,qy,qz,heading_deg,offset_x,offset_y,offset_z,field_ut";
-const char* const kColumns[10] = {"timestamp_ns", "qw",       "qx",       "qy",
-                                  "qz",           "heading_deg", "offset_x", "offset_y",
-                                  "offset_z",     "field_ut"};
+const char* const kColumns[10] = {"timestamp_ns", "qw",       "qx",       "qy",       "qz",
+                                  "heading_deg",  "offset_x", "offset_y", "offset_z", "field_ut"};
 
 }  // namespace
 
@@ -40,8 +39,8 @@ std::vector<TruthRecord> read_truth(const std::string& path) {
         TruthRecord r{};
         r.t_ns = parse_int64_field(field_at(f, 0, kColumns[0], where, kHeader), kColumns[0], where);
         for (int i = 1; i < 10; ++i) {
-            v[i] = parse_double_field(field_at(f, i, kColumns[i], where, kHeader), kColumns[i],
-                                      where);
+            v[i] =
+                parse_double_field(field_at(f, i, kColumns[i], where, kHeader), kColumns[i], where);
         }
         r.q = {v[1], v[2], v[3], v[4]};
         r.heading_deg = v[5];
@@ -52,11 +51,13 @@ std::vector<TruthRecord> read_truth(const std::string& path) {
     return rows;
 }
 
-void write_truth_header(std::FILE* out) { std::fprintf(out, "%s\n", kHeader); }
+void write_truth_header(std::FILE* out) {
+    std::fprintf(out, "%s\n", kHeader);
+}
 
 void write_truth_record(std::FILE* out, const TruthRecord& r) {
-    std::fprintf(out, "%" PRId64 ",%.17g,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g\n",
-                 r.t_ns, r.q[0], r.q[1], r.q[2], r.q[3], r.heading_deg, r.offset[0], r.offset[1],
+    std::fprintf(out, "%" PRId64 ",%.17g,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g\n", r.t_ns,
+                 r.q[0], r.q[1], r.q[2], r.q[3], r.heading_deg, r.offset[0], r.offset[1],
                  r.offset[2], r.field_ut);
 }
 

@@ -14,11 +14,11 @@
 namespace magcal::tool {
 
 struct TruthRecord {
-    int64_t t_ns;                   // timestamp of the matching mag sample [ns]
-    std::array<double, 4> q;        // q_world_from_body, w x y z
-    double heading_deg;             // compass azimuth of the body +y axis [deg]
-    std::array<double, 3> offset;   // hard-iron offset [uT]
-    double field_ut;                // true field strength at the device [uT]
+    int64_t t_ns;                  // timestamp of the matching mag sample [ns]
+    std::array<double, 4> q;       // q_world_from_body, w x y z
+    double heading_deg;            // compass azimuth of the body +y axis [deg]
+    std::array<double, 3> offset;  // hard-iron offset [uT]
+    double field_ut;               // true field strength at the device [uT]
 };
 
 std::vector<TruthRecord> read_truth(const std::string& path);

@@ -10,13 +10,13 @@
 namespace magcal::sim {
 
 class GaussianSource {
-public:
+  public:
     explicit GaussianSource(uint64_t seed) : engine_(seed) {}
 
     // One draw of N(0, 1).
     double next();
 
-private:
+  private:
     // Uniform in [0, 1) with 53 random bits.
     double uniform();
 

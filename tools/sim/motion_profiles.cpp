@@ -53,7 +53,7 @@ Quat attitude(double azimuth_deg, double pitch_deg) {
 // Active inside the given time windows only; outside them the phone is held
 // still, tilted 30 degrees towards the face.
 class Figure8Motion : public MotionProfile {
-public:
+  public:
     struct Span {
         double begin, end;  // [s]
     };
@@ -74,10 +74,9 @@ public:
         // A slow lean (period 22 s) shifts the eight sideways and back.
         const double wl = 2.0 * kPi / 22.0;
         const double phi = e * (roll_amp * std::sin(2.0 * w * t) + kLeanAmp * std::sin(wl * t));
-        const double phi_rate =
-            (de * roll_amp + e * roll_amp_rate) * std::sin(2.0 * w * t) +
-            e * roll_amp * 2.0 * w * std::cos(2.0 * w * t) +
-            kLeanAmp * (de * std::sin(wl * t) + e * wl * std::cos(wl * t));
+        const double phi_rate = (de * roll_amp + e * roll_amp_rate) * std::sin(2.0 * w * t) +
+                                e * roll_amp * 2.0 * w * std::cos(2.0 * w * t) +
+                                kLeanAmp * (de * std::sin(wl * t) + e * wl * std::cos(wl * t));
         const double psi_rate = e * (0.31 + 0.15 * std::sin(2.0 * kPi * 0.13 * t));
         // Rx(theta)^T (0, 0, psi') + (theta', 0, 0)
         const Vec3 a{theta_rate, std::sin(theta) * psi_rate, std::cos(theta) * psi_rate};
@@ -97,7 +96,7 @@ public:
                 -e * ay * 4.0 * omega * omega * std::sin(2.0 * omega * t), 0.0};
     }
 
-private:
+  private:
     static constexpr double kEightHz = 0.2;        // one figure eight every 5 s
     static constexpr double kPitchAmp = 1.75;      // pitch swing [rad], about 100 degrees
     static constexpr double kLeanAmp = 0.7;        // slow sideways lean [rad], about 40 degrees
@@ -109,8 +108,8 @@ private:
             if (t <= s.begin || t >= s.end) continue;
             const double a = (t - s.begin) / kRampS, b = (s.end - t) / kRampS;
             *value += smoothstep(a) * smoothstep(b);
-            *rate += (smoothstep_rate(a) * smoothstep(b) - smoothstep(a) * smoothstep_rate(b)) /
-                     kRampS;
+            *rate +=
+                (smoothstep_rate(a) * smoothstep(b) - smoothstep(a) * smoothstep_rate(b)) / kRampS;
         }
     }
 
@@ -119,11 +118,11 @@ private:
 
 // A fixed cycle of rate pulses about body axes; pauses are pulses of angle 0.
 class PulseMotion : public MotionProfile {
-public:
+  public:
     struct Pulse {
-        Vec3 axis;         // unit, body frame
-        double angle;      // [rad]
-        double duration;   // [s]
+        Vec3 axis;        // unit, body frame
+        double angle;     // [rad]
+        double duration;  // [s]
     };
     PulseMotion(Quat start, std::vector<Pulse> cycle) : start_(start), cycle_(std::move(cycle)) {
         for (const Pulse& p : cycle_) period_ += p.duration;
@@ -135,7 +134,8 @@ public:
         double s = std::fmod(t, period_);
         for (const Pulse& p : cycle_) {
             if (s < p.duration) {
-                const double rate = p.angle / p.duration * (1.0 - std::cos(2.0 * kPi * s / p.duration));
+                const double rate =
+                    p.angle / p.duration * (1.0 - std::cos(2.0 * kPi * s / p.duration));
                 return scale(p.axis, rate);
             }
             s -= p.duration;
@@ -143,7 +143,7 @@ public:
         return {0.0, 0.0, 0.0};
     }
 
-private:
+  private:
     Quat start_;
     std::vector<Pulse> cycle_;
     double period_ = 0.0;  // [s]
@@ -153,7 +153,7 @@ private:
 // frequency and half of it, slow heading changes about the world vertical,
 // and the body's bob and surge with every step.
 class WalkMotion : public MotionProfile {
-public:
+  public:
     Quat initial_attitude() const override { return attitude(75.0, 35.0); }
 
     Vec3 body_rate(double t, const Quat& q) const override {
@@ -182,14 +182,14 @@ public:
         return scale(a, e);
     }
 
-private:
+  private:
     static constexpr double kStepHz = 1.8;  // steps per second
 };
 
 // Figure-eight waving, then the phone rests while a magnet approaches and
 // leaves (extra field ramping up to 150 uT and back), then waving again.
 class MagnetMotion : public Figure8Motion {
-public:
+  public:
     explicit MagnetMotion(double duration)
         : Figure8Motion({{1.0, 0.4 * duration}, {0.75 * duration, 2.0 * duration}}),
           begin_(0.42 * duration),
@@ -203,13 +203,13 @@ public:
         return scale(direction, kPeakUt * level / norm(direction));
     }
 
-private:
+  private:
     static constexpr double kPeakUt = 150.0;  // strongest extra field [uT]
     double begin_, end_;                      // [s]
 };
 
 class StillMotion : public MotionProfile {
-public:
+  public:
     Quat initial_attitude() const override { return attitude(30.0, 0.0); }
     Vec3 body_rate(double, const Quat&) const override { return {0.0, 0.0, 0.0}; }
 };
@@ -217,18 +217,18 @@ public:
 std::unique_ptr<MotionProfile> flat_turns() {
     const Vec3 z{0.0, 0.0, 1.0};
     std::vector<PulseMotion::Pulse> cycle{
-        {z, 0.0, 2.0},   {z, 120.0 * kDeg, 2.0},  {z, 0.0, 1.5}, {z, -200.0 * kDeg, 2.5},
-        {z, 0.0, 1.0},   {z, 80.0 * kDeg, 1.2},   {z, 0.0, 2.0}, {z, 150.0 * kDeg, 2.0},
-        {z, 0.0, 1.0},   {z, -150.0 * kDeg, 2.0}, {z, 0.0, 1.5}};
+        {z, 0.0, 2.0}, {z, 120.0 * kDeg, 2.0},  {z, 0.0, 1.5}, {z, -200.0 * kDeg, 2.5},
+        {z, 0.0, 1.0}, {z, 80.0 * kDeg, 1.2},   {z, 0.0, 2.0}, {z, 150.0 * kDeg, 2.0},
+        {z, 0.0, 1.0}, {z, -150.0 * kDeg, 2.0}, {z, 0.0, 1.5}};
     return std::make_unique<PulseMotion>(attitude(30.0, 0.0), std::move(cycle));
 }
 
 std::unique_ptr<MotionProfile> flips() {
     const Vec3 x{1.0, 0.0, 0.0};
     const Vec3 y{0.0, 1.0, 0.0};
-    std::vector<PulseMotion::Pulse> cycle{
-        {x, 0.0, 2.0}, {x, kPi, 2.0},  {x, 0.0, 2.0}, {x, -kPi, 2.0}, {x, 0.0, 2.0},
-        {y, kPi, 2.0}, {y, 0.0, 2.0},  {y, -kPi, 2.0}, {y, 0.0, 1.5}};
+    std::vector<PulseMotion::Pulse> cycle{{x, 0.0, 2.0},  {x, kPi, 2.0},  {x, 0.0, 2.0},
+                                          {x, -kPi, 2.0}, {x, 0.0, 2.0},  {y, kPi, 2.0},
+                                          {y, 0.0, 2.0},  {y, -kPi, 2.0}, {y, 0.0, 1.5}};
     return std::make_unique<PulseMotion>(attitude(30.0, 0.0), std::move(cycle));
 }
 

@@ -13,7 +13,7 @@
 namespace magcal::sim {
 
 class MotionProfile {
-public:
+  public:
     virtual ~MotionProfile() = default;
 
     virtual Quat initial_attitude() const = 0;  // q_world_from_body at t = 0

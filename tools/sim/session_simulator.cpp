@@ -105,7 +105,8 @@ Session simulate(const Config& config) {
         const std::array<float, 3> gyro = reading(rate, config.gyro_noise, noise);
         const std::array<float, 3> mag = reading(field_raw, config.mag_noise, noise);
         const double jitter = config.jitter_s * noise.next();
-        const int64_t t_ns = config.start_ns + std::llround(static_cast<double>(k) * 1e9 / config.rate_hz) +
+        const int64_t t_ns = config.start_ns +
+                             std::llround(static_cast<double>(k) * 1e9 / config.rate_hz) +
                              std::llround(jitter * 1e9);
 
         session.samples.push_back({t_ns, Sensor::Acc, acc});
@@ -151,15 +152,9 @@ bool invert3(const std::array<double, 9>& m, std::array<double, 9>* inverse) {
     const double c02 = m[3] * m[7] - m[4] * m[6];
     const double det = m[0] * c00 + m[1] * c01 + m[2] * c02;
     if (!std::isfinite(det) || det == 0.0) return false;
-    const std::array<double, 9> adj{c00,
-                                    m[2] * m[7] - m[1] * m[8],
-                                    m[1] * m[5] - m[2] * m[4],
-                                    c01,
-                                    m[0] * m[8] - m[2] * m[6],
-                                    m[2] * m[3] - m[0] * m[5],
-                                    c02,
-                                    m[1] * m[6] - m[0] * m[7],
-                                    m[0] * m[4] - m[1] * m[3]};
+    const std::array<double, 9> adj{c00, m[2] * m[7] - m[1] * m[8], m[1] * m[5] - m[2] * m[4],
+                                    c01, m[0] * m[8] - m[2] * m[6], m[2] * m[3] - m[0] * m[5],
+                                    c02, m[1] * m[6] - m[0] * m[7], m[0] * m[4] - m[1] * m[3]};
     for (int i = 0; i < 9; ++i) (*inverse)[i] = adj[i] / det;
     for (double v : *inverse)
         if (!std::isfinite(v)) return false;

@@ -37,21 +37,21 @@ struct Config {
     std::array<double, 3> hard_iron_ut{25.0, -35.0, 40.0};  // [uT]
     // Distortion A, row-major: raw = A * field + hard_iron.
     std::array<double, 9> soft_iron{1, 0, 0, 0, 1, 0, 0, 0, 1};
-    double field_ut = 45.0;             // earth field strength [uT]
-    double dip_deg = 60.0;              // inclination, field points down in the north [deg]
-    double gyro_noise = 0.002;          // [rad/s] 1-sigma
-    double acc_noise = 0.02;            // [m/s^2] 1-sigma
-    double mag_noise = 0.3;             // [uT] 1-sigma
+    double field_ut = 45.0;                    // earth field strength [uT]
+    double dip_deg = 60.0;                     // inclination, field points down in the north [deg]
+    double gyro_noise = 0.002;                 // [rad/s] 1-sigma
+    double acc_noise = 0.02;                   // [m/s^2] 1-sigma
+    double mag_noise = 0.3;                    // [uT] 1-sigma
     std::array<double, 3> gyro_bias{0, 0, 0};  // [rad/s]
-    double jitter_s = 0.0;              // timestamp jitter 1-sigma [s]
+    double jitter_s = 0.0;                     // timestamp jitter 1-sigma [s]
     uint64_t seed = 1;
-    int64_t start_ns = 1'000'000'000;   // timestamp of the first tick [ns]
+    int64_t start_ns = 1'000'000'000;  // timestamp of the first tick [ns]
 };
 
 struct Sample {
-    int64_t t_ns;               // [ns]
+    int64_t t_ns;  // [ns]
     Sensor sensor;
-    std::array<float, 3> v;     // [m/s^2], [rad/s] or [uT]
+    std::array<float, 3> v;  // [m/s^2], [rad/s] or [uT]
 };
 
 struct TruthRow {
