@@ -184,6 +184,7 @@ int run_replay(int argc, char** argv) {
         throw InputError(o.softiron_path + ": cannot open: " + std::strerror(errno));
     }
 
+    ReplaySummary summary;
     const PluginLibrary plugin(o.plugin_path.empty() ? PluginLibrary::default_path()
                                                      : o.plugin_path);
     const MagLibApiInterface& api = plugin.table();
@@ -207,6 +208,7 @@ int run_replay(int argc, char** argv) {
                              "member \"qvg\" is an array of nine numbers)");
         }
         install(m);
+        summary.set_softiron(m);
     }
     if (restore) {
         api.caliApiSetOffset(restore->offset.data());
@@ -225,7 +227,6 @@ int run_replay(int argc, char** argv) {
         write_result_header(results->stream(), with_truth);
     }
 
-    ReplaySummary summary;
     RefusalTracker refusals;
     TruthIndex truth_index(truth);
     Progress progress(log.size());
@@ -269,6 +270,7 @@ int run_replay(int argc, char** argv) {
         api.getGameRotationVector(&row.game_rotation);
         api.getGeoMagnetic(&row.geomagnetic);
         api.getVirtualGyro(&row.virtual_gyro);
+        row.fused_heading = heading_of_rotation_vector(row.rotation_vector.values);
         final_accuracy = row.result.accuracy;
         if (row.processed) {
             const double x = row.result.field[0], y = row.result.field[1], z = row.result.field[2];
@@ -287,6 +289,8 @@ int run_replay(int argc, char** argv) {
                 row.offset_error = std::sqrt(e2);
                 row.heading_error =
                     circular_difference_deg(row.orientation.values[0], row.truth->heading_deg);
+                row.fused_heading_error =
+                    circular_difference_deg(row.fused_heading, row.truth->heading_deg);
             }
         }
         summary.add(row);

@@ -2,6 +2,7 @@
 // (the double-precision truth comparisons).
 #include "replay_results.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cmath>
 
@@ -20,12 +21,12 @@ void write_result_header(std::FILE* out, bool with_truth) {
         "t_ns,mag_x,mag_y,mag_z,cal_x,cal_y,cal_z,offset_x,offset_y,offset_z,accuracy,"
         "rv_x,rv_y,rv_z,azimuth,pitch,roll,gravity_x,gravity_y,gravity_z,"
         "linacc_x,linacc_y,linacc_z,game_rv_x,game_rv_y,game_rv_z,"
-        "geomag_x,geomag_y,geomag_z,vgyro_x,vgyro_y,vgyro_z,processed",
+        "geomag_x,geomag_y,geomag_z,vgyro_x,vgyro_y,vgyro_z,processed,fused_heading",
         out);
     if (with_truth) {
         std::fputs(
             ",truth_offset_x,truth_offset_y,truth_offset_z,truth_heading,"
-            "offset_error,heading_error",
+            "offset_error,heading_error,fused_heading_err",
             out);
     }
     std::fputc('\n', out);
@@ -44,17 +45,30 @@ void write_result_row(std::FILE* out, const ResultRow& r, bool with_truth) {
     put3(out, r.game_rotation.values);
     put3(out, r.geomagnetic.values);
     put3(out, r.virtual_gyro.values);
-    std::fprintf(out, ",%d", r.processed ? 1 : 0);
+    std::fprintf(out, ",%d,%.17g", r.processed ? 1 : 0, r.fused_heading);
     if (with_truth) {
         if (r.truth != nullptr) {
-            std::fprintf(out, ",%.17g,%.17g,%.17g,%.17g,%.17g,%.17g", r.truth->offset[0],
+            std::fprintf(out, ",%.17g,%.17g,%.17g,%.17g,%.17g,%.17g,%.17g", r.truth->offset[0],
                          r.truth->offset[1], r.truth->offset[2], r.truth->heading_deg,
-                         r.offset_error, r.heading_error);
+                         r.offset_error, r.heading_error, r.fused_heading_error);
         } else {
-            std::fputs(",,,,,,", out);
+            std::fputs(",,,,,,,", out);
         }
     }
     std::fputc('\n', out);
+}
+
+double heading_of_rotation_vector(const float* rotation_vector) {
+    const double x = rotation_vector[0], y = rotation_vector[1], z = rotation_vector[2];
+    const double w = std::sqrt(std::max(0.0, 1.0 - x * x - y * y - z * z));
+    // World east and north components of the rotated +y axis: the second
+    // column of the rotation matrix.
+    const double east = 2.0 * (x * y - w * z);
+    const double north = 1.0 - 2.0 * (x * x + z * z);
+    double heading = std::atan2(east, north) * (180.0 / 3.141592653589793);
+    if (heading < 0.0) heading += 360.0;
+    if (heading >= 360.0) heading -= 360.0;  // a tiny negative angle rounds up to 360
+    return heading;
 }
 
 double circular_difference_deg(double a, double b) {

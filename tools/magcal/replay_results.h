@@ -23,14 +23,23 @@ struct ResultRow {
     FusionOutput geomagnetic;      // getGeoMagnetic [uT]
     FusionOutput virtual_gyro;     // getVirtualGyro [rad/s]
     bool processed;                // the library ran its pipeline on this sample
+    double fused_heading;          // compass heading of +y in the fused attitude [deg]
     const TruthRecord* truth;      // nullptr without truth for this timestamp
     double offset_error;           // |published - truth offset| [uT]
     double heading_error;          // azimuth - truth heading, in (-180, 180] [deg]
+    double fused_heading_error;    // fused heading - truth heading, in (-180, 180] [deg]
 };
 
 // Column names, comma-separated, without a line break.
 void write_result_header(std::FILE* out, bool with_truth);
 void write_result_row(std::FILE* out, const ResultRow& row, bool with_truth);
+
+// Compass heading of the device +y axis, clockwise from north in [0, 360)
+// [deg], in the attitude given by a rotation vector (x, y, z of the unit
+// quaternion rotating device axes into the world frame x east, y north, z up;
+// w >= 0 follows from the length). Unlike the library's azimuth output, it is
+// not averaged over time.
+double heading_of_rotation_vector(const float* rotation_vector);
 
 // a - b as an angle in (-180, 180] [deg].
 double circular_difference_deg(double a, double b);

@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <vector>
 
 #include "replay_results.h"
 
@@ -32,6 +31,11 @@ class ReplaySummary {
     // Offset-error checkpoints, seconds after the first mag sample.
     static constexpr std::array<double, 3> kCheckpoints{10.0, 20.0, 30.0};
 
+    // The soft-iron matrix installed in the plug-in, row-major; the library
+    // corrects a raw field as a row vector times it before removing the
+    // offset. Identity unless set.
+    void set_softiron(const double* matrix);
+
     void count_sample(int sensor_index);  // 0 acc, 1 gyro, 2 mag
     void add(const ResultRow& row);
 
@@ -41,6 +45,8 @@ class ReplaySummary {
     size_t processed() const { return processed_; }
 
   private:
+    std::array<double, 9> softiron_{1, 0, 0, 0, 1, 0, 0, 0, 1};
+    bool softiron_set_ = false;
     std::array<size_t, 3> per_sensor_{};
     size_t processed_ = 0, refused_ = 0;
     bool have_t0_ = false;
@@ -48,13 +54,16 @@ class ReplaySummary {
     double last_t_ = 0.0;  // [s] since the first mag sample
     int last_accuracy_ = 0;
     std::array<double, 4> time_to_accuracy_{-1.0, -1.0, -1.0, -1.0};  // [s], -1 = never
-    RunningStats raw_norm_, cal_norm_;                                // [uT]
-    std::array<double, 3> error_at_{-1.0, -1.0, -1.0};                // [uT], -1 = no truth yet
-    double final_error_ = -1.0;                                       // [uT]
+    // |raw|, |raw - published offset| and |library's calibrated output| [uT]
+    RunningStats raw_norm_, corrected_norm_, library_norm_;
+    std::array<double, 3> error_at_{-1.0, -1.0, -1.0};  // [uT], -1 = no truth yet
+    double final_error_ = -1.0;                         // [uT]
     size_t truth_rows_ = 0;
-    std::vector<double> heading_errors_;  // from accuracy 3 on [deg]
-    double level_heading_sq_ = 0.0;       // the same, +y axis near horizontal [deg^2]
-    size_t level_heading_n_ = 0;
+    // From accuracy 3 on, over samples whose +y axis is near horizontal:
+    bool accuracy3_seen_ = false;
+    size_t level_n_ = 0;
+    double fused_heading_sq_ = 0.0;    // sum of squared fused-attitude heading errors [deg^2]
+    double azimuth_heading_sq_ = 0.0;  // sum of squared azimuth-output errors [deg^2]
 };
 
 }  // namespace magcal::tool
