@@ -2,15 +2,19 @@
 """Draws the results of `magcal replay -o RESULTS.csv` as one figure.
 
 usage: report.py RESULTS.csv --output FILE --format png|svg|pdf [--truth TRUTH.csv]
+                 [--softiron FILE.json]
 
-Panels: the raw and calibrated field in the xy, yz and zx planes with the
-circle of the mean calibrated radius; the published offset per axis against
-truth; the accuracy over time; the heading against truth; the field strength
-over time. `magcal report` runs this script; it exits 2 on bad input and 1
-when matplotlib is missing.
+Panels: the raw field and each sample corrected with the published offset
+(raw - offset; the library's own calibrated output is a 0.8 s moving average
+that shrinks during fast turns) in the xy, yz and zx planes, with the circle
+of their mean length; the published offset per axis against truth; the
+accuracy over time; the fused attitude's heading and the azimuth output
+against truth; the field strength over time. `magcal report` runs this
+script; it exits 2 on bad input and 1 when matplotlib is missing.
 """
 
 import argparse
+import json
 import math
 import os
 import sys
@@ -60,6 +64,48 @@ def number(path, line, row, name, blank_ok=False):
         fail(f"{path}:{line}: field '{name}': not a number: \"{text}\"")
 
 
+def read_softiron(path):
+    """The row-major 3x3 matrix S of a soft-iron parameter file (member "qvg")."""
+    try:
+        with open(path, encoding="utf-8") as handle:
+            values = json.load(handle)["qvg"]
+        matrix = [float(v) for v in values[:9]]
+    except OSError as err:
+        fail(f"{path}: cannot open: {err.strerror}")
+    except (ValueError, KeyError, TypeError):
+        matrix = []
+    if len(matrix) != 9:
+        fail(f"{path}: not a soft-iron parameter file (expected a JSON object whose member "
+             "\"qvg\" is an array of nine numbers)")
+    return matrix
+
+
+def heading_of_rotation_vector(x, y, z):
+    """Compass heading of the device +y axis [deg, clockwise from north, 0..360)."""
+    w = math.sqrt(max(0.0, 1.0 - x * x - y * y - z * z))
+    heading = math.degrees(math.atan2(2 * (x * y - w * z), 1 - 2 * (x * x + z * z)))
+    return heading % 360.0
+
+
+def broken_at_wraps(values):
+    """Angles with a gap wherever they wrap past 0/360, so lines do not cross the plot."""
+    out = []
+    for k, v in enumerate(values):
+        if k > 0 and abs(v - values[k - 1]) > 180:
+            out.append(math.nan)
+        out.append(v)
+    return out
+
+
+def times_broken_at_wraps(times, values):
+    out = []
+    for k, t in enumerate(times):
+        if k > 0 and abs(values[k] - values[k - 1]) > 180:
+            out.append(math.nan)
+        out.append(t)
+    return out
+
+
 def enlarge_dots(legend):
     """Scatter dots drawn tiny for density get a readable size in the legend."""
     handles = getattr(legend, "legend_handles", None) or getattr(legend, "legendHandles", [])
@@ -72,6 +118,7 @@ def main():
     parser = argparse.ArgumentParser(description="Draw a magcal replay report.")
     parser.add_argument("results")
     parser.add_argument("--truth")
+    parser.add_argument("--softiron")
     parser.add_argument("--output", required=True)
     parser.add_argument("--format", default="png", choices=["png", "svg", "pdf"])
     args = parser.parse_args()
@@ -88,7 +135,7 @@ def main():
     axes_names = ["x", "y", "z"]
     required = (["t_ns", "accuracy", "azimuth", "processed"]
                 + [f"mag_{a}" for a in axes_names] + [f"cal_{a}" for a in axes_names]
-                + [f"offset_{a}" for a in axes_names])
+                + [f"offset_{a}" for a in axes_names] + [f"rv_{a}" for a in axes_names])
     header, rows = read_table(args.results, required, "a magcal replay results file")
     if not rows:
         fail(f"{args.results}: no result rows to draw")
@@ -103,6 +150,16 @@ def main():
             res[name].append(number(args.results, line, row, name))
         for c in truth_cols:
             res[c].append(number(args.results, line, row, c, True) if has_truth_cols else math.nan)
+
+    # Older results files lack the fused heading; it follows from the rotation vector.
+    if "fused_heading" in header:
+        res["fused_heading"] = [number(args.results, line, row, "fused_heading")
+                                for line, row in rows]
+    else:
+        res["fused_heading"] = [heading_of_rotation_vector(res["rv_x"][i], res["rv_y"][i],
+                                                           res["rv_z"][i])
+                                for i in range(len(rows))]
+    softiron = read_softiron(args.softiron) if args.softiron else [1, 0, 0, 0, 1, 0, 0, 0, 1]
 
     t0 = res["t_ns"][0]
     time = [(t - t0) * 1e-9 for t in res["t_ns"]]
@@ -133,11 +190,20 @@ def main():
     processed = [i for i in range(n) if res["processed"][i] == 1.0]
     raw = [[res[f"mag_{a}"][i] for i in processed] for a in axes_names]
     cal = [[res[f"cal_{a}"][i] for i in processed] for a in axes_names]
-    cal_norm = [math.sqrt(cal[0][k] ** 2 + cal[1][k] ** 2 + cal[2][k] ** 2)
+    # Each sample corrected with the offset published with it (after the
+    # soft-iron matrix, a row vector times S, as the library applies it):
+    # the calibration itself, without the library's 0.8 s output average.
+    offset = [[res[f"offset_{a}"][i] for i in processed] for a in axes_names]
+    corr = [[raw[0][k] * softiron[c] + raw[1][k] * softiron[3 + c] + raw[2][k] * softiron[6 + c]
+             - offset[c][k] for k in range(len(processed))] for c in range(3)]
+
+    def lengths(v):
+        return [math.sqrt(v[0][k] ** 2 + v[1][k] ** 2 + v[2][k] ** 2)
                 for k in range(len(processed))]
-    raw_norm = [math.sqrt(raw[0][k] ** 2 + raw[1][k] ** 2 + raw[2][k] ** 2)
-                for k in range(len(processed))]
-    radius = sum(cal_norm) / len(cal_norm) if cal_norm else 0.0
+
+    cal_norm, raw_norm, corr_norm = lengths(cal), lengths(raw), lengths(corr)
+    radius = sum(corr_norm) / len(corr_norm) if corr_norm else 0.0
+    corr_label = "raw·S − published offset" if args.softiron else "raw − published offset"
     final_offset = [res[f"offset_{a}"][-1] for a in axes_names]
     final_accuracy = int(res["accuracy"][-1])
 
@@ -151,18 +217,19 @@ def main():
         f"accuracy {final_accuracy}",
         fontsize=15, fontweight="bold")
 
-    # Plane projections: the calibrated cloud should hug the circle.
+    # Plane projections: the corrected cloud should hug the circle.
     step = max(1, len(processed) // 6000)  # keeps the scatter legible
     circle = [2 * math.pi * k / 360 for k in range(361)]
     for col, (i, j) in enumerate([(0, 1), (1, 2), (2, 0)]):
         ax = fig.add_subplot(grid[0, col])
         ax.scatter(raw[i][::step], raw[j][::step], s=3, c="0.6", alpha=0.5, label="raw",
                    rasterized=True)
-        ax.scatter(cal[i][::step], cal[j][::step], s=3, c="tab:blue", alpha=0.6,
-                   label="calibrated", rasterized=True)
+        ax.scatter(corr[i][::step], corr[j][::step], s=3, c="tab:blue", alpha=0.6,
+                   label=corr_label + (f" (S from {os.path.basename(args.softiron)})"
+                                       if args.softiron else ""), rasterized=True)
         if radius > 0:
             ax.plot([radius * math.cos(a) for a in circle], [radius * math.sin(a) for a in circle],
-                    "--", c="tab:orange", lw=2, label=f"|calibrated| mean = {radius:.1f} µT")
+                    "--", c="tab:orange", lw=2, label=f"circle of the mean length, {radius:.1f} µT")
         ax.plot([final_offset[i]], [final_offset[j]], "x", c="black", ms=10, mew=2,
                 label="final offset")
         ax.plot([0], [0], "+", c="tab:blue", ms=10)
@@ -205,32 +272,54 @@ def main():
     ax.set_title("Calibration accuracy")
     ax.grid(alpha=0.3)
 
-    # Heading against truth; dots, since the angle wraps at 0/360.
+    # Heading against truth: lines broken where the angle wraps at 0/360.
     ax = fig.add_subplot(grid[2, 0:2])
+    ptime = [time[i] for i in processed]
+
+    def heading_line(values, **style):
+        ax.plot(times_broken_at_wraps(ptime, values), broken_at_wraps(values), **style)
+
+    # Shaded where the fused attitude's +y axis is steeper than 45 deg: there
+    # a compass heading is ill-defined and swings fast.
+    steep = []
+    for i in processed:
+        x, y, z = res["rv_x"][i], res["rv_y"][i], res["rv_z"][i]
+        w = math.sqrt(max(0.0, 1.0 - x * x - y * y - z * z))
+        steep.append(abs(2 * (y * z + w * x)) >= math.sqrt(0.5))
+    if any(steep):
+        ax.fill_between(ptime, 0, 360, where=steep, step="mid", color="0.9", lw=0,
+                        label="+y steeper than 45° (heading ill-defined)")
     if have_heading_truth:
-        ax.scatter(time, res["truth_heading"], s=4, c="0.35", label="truth", rasterized=True)
-    ax.scatter([time[i] for i in processed], [res["azimuth"][i] for i in processed], s=4,
-               c="tab:orange", label="azimuth (library)", rasterized=True)
+        heading_line([res["truth_heading"][i] for i in processed], c="0.2", lw=3.5,
+                     alpha=0.35, label="truth")
+    heading_line([res["fused_heading"][i] for i in processed], c="tab:blue", lw=1.2,
+                 label="fused attitude (rotation vector)")
+    heading_line([res["azimuth"][i] for i in processed], c="tab:orange", lw=1.2,
+                 label="azimuth output (1 s average)")
+    ax.set_xlim(time[0], time[-1])
     ax.set_ylim(0, 360)
     ax.set_yticks([0, 90, 180, 270, 360])
     ax.set_xlabel("time [s]")
-    ax.set_ylabel("heading [deg, clockwise from north]")
+    ax.set_ylabel("heading of +y [deg, clockwise from north]")
     ax.set_title("Heading" + (" against truth" if have_heading_truth else ""))
     ax.grid(alpha=0.3)
-    enlarge_dots(ax.legend(loc="upper right", fontsize=9))
+    ax.legend(loc="upper center", bbox_to_anchor=(0.5, -0.12), ncol=4, fontsize=9,
+              frameon=False)
 
-    # Field strength: raw swings with the offset, calibrated should be flat.
+    # Field strength: raw swings with the offset, the corrected field should be flat.
     ax = fig.add_subplot(grid[2, 2])
-    ptime = [time[i] for i in processed]
     ax.plot(ptime, raw_norm, c="0.6", lw=1, label="|raw|")
-    ax.plot(ptime, cal_norm, c="tab:blue", lw=1.2, label="|calibrated|")
+    ax.plot(ptime, corr_norm, c="tab:blue", lw=1.2, label=f"|{corr_label}|")
+    ax.plot(ptime, cal_norm, c="tab:orange", lw=0.7, alpha=0.8,
+            label="library output (0.8 s average)")
     if any(not math.isnan(v) for v in truth_field):
-        ax.plot(time, truth_field, "--", c="black", lw=1, label="truth")
+        ax.plot(time, truth_field, "--", c="black", lw=1, label="truth", zorder=3)
     ax.set_xlabel("time [s]")
     ax.set_ylabel("field strength [µT]")
     ax.set_title("Field strength")
     ax.grid(alpha=0.3)
-    ax.legend(loc="best", fontsize=9)
+    ax.legend(loc="upper center", bbox_to_anchor=(0.5, -0.12), ncol=1, fontsize=9,
+              frameon=False)
 
     try:
         fig.savefig(args.output, format=args.format, dpi=100)

@@ -24,15 +24,19 @@
 namespace magcal::tool {
 
 const char* const kReportHelp =
-    "usage: magcal report RESULTS.csv [--truth TRUTH.csv] -o REPORT.png\n"
+    "usage: magcal report RESULTS.csv [--truth TRUTH.csv] [--softiron FILE.json]\n"
+    "                     -o REPORT.png\n"
     "\n"
-    "Draws a replay's results (magcal replay -o RESULTS.csv): raw and calibrated\n"
-    "field in three plane projections with the fitted circle, the offset per\n"
-    "axis against truth, the accuracy timeline, the heading against truth and\n"
-    "the field strength over time.\n"
+    "Draws a replay's results (magcal replay -o RESULTS.csv): the raw field and\n"
+    "each sample minus its published offset in three plane projections with the\n"
+    "fitted circle, the offset per axis against truth, the accuracy timeline, the\n"
+    "fused attitude's heading and the azimuth output against truth, and the field\n"
+    "strength over time.\n"
     "\n"
     "  -o, --output REPORT.png  the picture to write (.png, .svg or .pdf)\n"
     "  --truth TRUTH.csv        ground truth, when RESULTS.csv has no truth columns\n"
+    "  --softiron FILE.json     the soft-iron file the replay installed: samples\n"
+    "                           are corrected with it before the offset is removed\n"
     "  -h, --help               this text\n"
     "\n"
     "Needs python3 with matplotlib (Debian: apt-get install -y python3-matplotlib).\n"
@@ -88,7 +92,7 @@ int run(const std::vector<std::string>& args, bool quiet) {
 }  // namespace
 
 int run_report(int argc, char** argv) {
-    std::string results_path, truth_path, output_path;
+    std::string results_path, truth_path, softiron_path, output_path;
     CommandLine cl(argc, argv, 0);
     std::string a;
     bool is_option = false;
@@ -100,6 +104,8 @@ int run_report(int argc, char** argv) {
             output_path = cl.value(a);
         } else if (a == "--truth") {
             truth_path = cl.value(a);
+        } else if (a == "--softiron") {
+            softiron_path = cl.value(a);
         } else {
             throw UsageError("unknown option " + a);
         }
@@ -111,7 +117,7 @@ int run_report(int argc, char** argv) {
     if (format != "png" && format != "svg" && format != "pdf") {
         throw UsageError("-o: the file name must end in .png, .svg or .pdf");
     }
-    for (const std::string* input : {&results_path, &truth_path}) {
+    for (const std::string* input : {&results_path, &truth_path, &softiron_path}) {
         if (!input->empty() && access(input->c_str(), R_OK) != 0) {
             throw InputError(*input + ": cannot open: " + std::strerror(errno));
         }
@@ -139,6 +145,10 @@ int run_report(int argc, char** argv) {
     if (!truth_path.empty()) {
         args.push_back("--truth");
         args.push_back(truth_path);
+    }
+    if (!softiron_path.empty()) {
+        args.push_back("--softiron");
+        args.push_back(softiron_path);
     }
     const int status = run(args, false);
     if (status != 0) {
