@@ -33,13 +33,6 @@ constexpr double kFlippedBank = 120.0;  // beyond this the device is upside down
 
 bool all_zero(const double v[3]) { return v[0] == 0.0 && v[1] == 0.0 && v[2] == 0.0; }
 
-int32_t period_from_step(double dt) {
-    int32_t period = truncate_to_int32(dt * 100.0 + 0.5);
-    if (period == 0) period = 1;
-    if (period >= 21) period = 20;
-    return period;
-}
-
 // Publishes the offset only when it moved more than kPublishStep from the one
 // three samples back; the calibrated field always uses the new offset.
 void publish_offset(CalibrationResult* r, const double offset[3], const double corrected[3]) {

@@ -127,13 +127,6 @@ void first_start(const double mag[3], const double acc[3], const double gyro[3],
     seed_attitude(mag, acc);
 }
 
-int32_t period_from_step(double dt) {
-    int32_t period = truncate_to_int32(std::fabs(dt) * 100.0 + 0.5);
-    if (period == 0) period = 1;
-    if (period >= 21) period = 20;
-    return period;
-}
-
 void count_down(int32_t* counter) {
     if (*counter > 0) --*counter;
 }

@@ -1,6 +1,7 @@
 // Small numeric rules shared by every stage.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 
 namespace magcal {
@@ -18,6 +19,15 @@ inline int32_t truncate_to_int32(double value) {
 inline int32_t samples_for(int32_t hundredths, int32_t period_10ms) {
     if (period_10ms == 0) return 0;
     return hundredths / period_10ms;
+}
+
+// The sample period in units of 10 ms for a step of `dt` seconds: rounded,
+// at least 1 and at most 20.
+inline int32_t period_from_step(double dt) {
+    int32_t period = truncate_to_int32(std::fabs(dt) * 100.0 + 0.5);
+    if (period == 0) period = 1;
+    if (period >= 21) period = 20;
+    return period;
 }
 
 }  // namespace magcal
