@@ -8,43 +8,42 @@
 
 namespace {
 
-// A device turning slowly about a tilted axis while the radius stays near 45 uT,
-// so that every stage of the accuracy rules is visited.
-void BM_GetAccuracy(benchmark::State& state) {
-    reset_accuracy();
-    const double mag[3] = {20.0, 5.0, -40.0};
-    const double acc[3] = {1.5, 3.5, 8.9};
-    const double gyro[3] = {0.05, 0.4, 0.45};
-    const double rls_diff[3] = {2.0, 3.0, 1.0};
-    const double q[4] = {0.9238795325112867, 0.0, 0.3826834323650898, 0.0};
+// A device turning slowly about a tilted axis with the offset close to the
+// sphere centre: the inputs of every accuracy benchmark.
+struct AccuracyInputs {
+    double mag[3] = {20.0, 5.0, -40.0};
+    double acc[3] = {1.5, 3.5, 8.9};
+    double gyro[3] = {0.05, 0.4, 0.45};
+    double rls_diff[3] = {2.0, 3.0, 1.0};
+    double q[4] = {0.9238795325112867, 0.0, 0.3826834323650898, 0.0};
     int32_t accuracy = 0;
     int32_t rls_reset = 0;
+
+    int32_t step(double radius) {
+        return get_accuracy(mag, acc, gyro, rls_diff, 1, 0, 2, &accuracy, q, &rls_reset, radius,
+                            44.0, 25.0);
+    }
+};
+
+// The radius stays near 45 uT, so that every stage of the rules is visited.
+void BM_GetAccuracy(benchmark::State& state) {
+    reset_accuracy();
+    AccuracyInputs in;
     int32_t n = 0;
     for (auto _ : state) {
-        const double radius = 45.0 + static_cast<double>(n++ & 3);
-        int32_t level = get_accuracy(mag, acc, gyro, rls_diff, 1, 0, 2, &accuracy, q, &rls_reset,
-                                     radius, 44.0, 25.0);
-        benchmark::DoNotOptimize(level);
-        benchmark::DoNotOptimize(accuracy);
+        benchmark::DoNotOptimize(in.step(45.0 + static_cast<double>(n++ & 3)));
+        benchmark::DoNotOptimize(in.accuracy);
     }
 }
 BENCHMARK(BM_GetAccuracy);
 
-// The same before any calibration stage is reached, where the gyro attitude is
-// converted to angles on every call; includes one reset_accuracy() per call.
+// Before any calibration stage is reached the gyro attitude is converted to
+// angles on every call; includes one reset_accuracy() per call.
 void BM_GetAccuracyUncalibrated(benchmark::State& state) {
-    const double mag[3] = {20.0, 5.0, -40.0};
-    const double acc[3] = {1.5, 3.5, 8.9};
-    const double gyro[3] = {0.05, 0.4, 0.45};
-    const double rls_diff[3] = {2.0, 3.0, 1.0};
-    const double q[4] = {0.9238795325112867, 0.0, 0.3826834323650898, 0.0};
-    int32_t accuracy = 0;
-    int32_t rls_reset = 0;
+    AccuracyInputs in;
     for (auto _ : state) {
         reset_accuracy();
-        int32_t level = get_accuracy(mag, acc, gyro, rls_diff, 1, 0, 2, &accuracy, q, &rls_reset,
-                                     45.0, 44.0, 25.0);
-        benchmark::DoNotOptimize(level);
+        benchmark::DoNotOptimize(in.step(45.0));
     }
 }
 BENCHMARK(BM_GetAccuracyUncalibrated);
