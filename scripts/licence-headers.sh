@@ -23,9 +23,11 @@ mode=$1
 [ "$mode" = --check ] || [ "$mode" = --fix ] || usage
 
 # The comment style of a source, or nothing when the file is not a source.
+# A header keeps the style it opens with: C headers /* */, C++ headers //.
 style_of() {
     case "$1" in
-        *.c | *.h | *.h.in) echo block ;;
+        *.c) echo block ;;
+        *.h | *.h.in) if head -n 1 "$1" | grep -q '^/\*'; then echo block; else echo slashes; fi ;;
         *.cpp | *.cc | *.hpp | *.bp) echo slashes ;;
         *.cmake | *.cmake.in | *.pc.in | */CMakeLists.txt | CMakeLists.txt | *.sh | *.py | .ci/run) echo hash ;;
         *) ;;
