@@ -14,6 +14,11 @@
 #include <string>
 #include <vector>
 
+// Cross builds run the tool through the emulator: "qemu-aarch64 -L ... ".
+#ifndef MAGCAL_TOOL_LAUNCHER
+#define MAGCAL_TOOL_LAUNCHER ""
+#endif
+
 namespace magcal::tooltest {
 
 // A fresh directory under /tmp, removed with everything in it.
@@ -61,7 +66,8 @@ struct ToolRun {
 inline ToolRun run_tool(std::string args, const ScratchDir& dir) {
     for (size_t at; (at = args.find('@')) != std::string::npos;) args.replace(at, 1, dir.file(""));
     const std::string err = dir.file(".err");
-    std::FILE* pipe = popen((MAGCAL_TOOL_PATH " " + args + " 2>" + err).c_str(), "r");
+    std::FILE* pipe =
+        popen((MAGCAL_TOOL_LAUNCHER MAGCAL_TOOL_PATH " " + args + " 2>" + err).c_str(), "r");
     ToolRun run;
     if (pipe == nullptr) return run;
     for (int c; (c = std::fgetc(pipe)) != EOF;) run.out += static_cast<char>(c);

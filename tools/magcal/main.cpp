@@ -6,6 +6,7 @@
 #include <string>
 
 #include "commands.h"
+#include "magcal/magcal_version.h"
 #include "tool_errors.h"
 
 namespace {
@@ -18,7 +19,7 @@ const char* const kMainHelp =
     "  replay     feed a sensor log through the magcal plug-in, print a summary\n"
     "  report     draw a replay's results as a PNG (needs python3-matplotlib)\n"
     "\n"
-    "'magcal COMMAND --help' describes each command.\n"
+    "'magcal COMMAND --help' describes each command; 'magcal --version' prints the version.\n"
     "Exit status: 0 ok, 1 runtime failure, 2 bad input or usage.\n";
 
 bool wants_help(int argc, char** argv) {
@@ -39,6 +40,10 @@ int main(int argc, char** argv) {
     const std::string command = argv[1];
     if (command == "-h" || command == "--help" || command == "help") {
         std::fputs(kMainHelp, stdout);
+        return kExitOk;
+    }
+    if (command == "--version") {
+        std::puts("magcal " MAGCAL_VERSION_STRING);
         return kExitOk;
     }
     struct Entry {

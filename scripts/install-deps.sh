@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# Copyright 2026 The magcal Authors
+#
+# Installs from Debian what building and testing magcal needs and the machine
+# lacks; with --cross also the arm64 and armhf cross compilers and qemu-user.
+# Does nothing (and needs no network) when everything is there. Needs root or
+# sudo to install.
+set -euo pipefail
+
+packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev)
+if [ "${1:-}" = --cross ]; then
+    packages+=(g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user)
+elif [ $# -gt 0 ]; then
+    echo "usage: $0 [--cross]" >&2
+    exit 2
+fi
+
+missing=()
+for p in "${packages[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+as_root() { if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi; }
+echo "installing ${missing[*]}"
+as_root apt-get update -qq
+as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+    "${missing[@]}" >/dev/null
