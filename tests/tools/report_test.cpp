@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <map>
@@ -38,7 +37,7 @@ class ScopedEnv {
 // A stand-in interpreter: answers the tool's package probe with `missing`
 // and runs anything else as a shell script.
 void write_fake_python(const std::string& path, const std::string& missing) {
-    write_text(path, "#!/bin/sh\nif [ \"$1\" = -c ]; then echo " + path + "; echo '" + missing +
+    write_text(path, "#!/bin/sh\nif [ \"$1\" = -c ]; then echo magcal-probe; echo '" + missing +
                          "'; exit 0; fi\nexec /bin/sh \"$@\"\n");
     chmod(path.c_str(), 0755);
 }
@@ -178,28 +177,13 @@ TEST(ToolReport, BadResultsNameFileLineAndFieldAndWriteNothing) {
     const std::string header = text.substr(0, text.find('\n') + 1);
     const std::string row =
         text.substr(header.size(), text.find('\n', header.size()) + 1 - header.size());
-    const auto with_field = [&](size_t index, const std::string& value) {
-        std::vector<std::string> fields{""};
-        for (char c : row.substr(0, row.size() - 1))
-            c == ',' ? fields.emplace_back() : fields.back() += c;
-        fields.at(index) = value;
-        std::string line;
-        for (const std::string& f : fields) line += (line.empty() ? "" : ",") + f;
-        return line + "\n";
-    };
-    const std::string width = std::to_string(std::count(header.begin(), header.end(), ',') + 1);
-    // Columns: 0 t_ns, 1 mag_x, 10 accuracy, 32 processed; the bad row is line 4.
+    const size_t mag_x = row.find(',') + 1;  // the second field
+    const std::string bad_row = row.substr(0, mag_x) + "1.2.3" + row.substr(row.find(',', mag_x));
+    // Each message as the script words it (its own tests go through every kind).
     const struct {
         std::string text, message;
     } cases[] = {
-        {header + row + "# a comment\n" + with_field(1, "1.2.3"),
-         ":4: field 'mag_x': not a number: \"1.2.3\""},
-        {header + row + "\n" + with_field(0, "1.5e9"),
-         ":4: field 't_ns': not an integer: \"1.5e9\""},
-        {header + row + row + with_field(10, "4"), ":4: field 'accuracy': not 0..3: \"4\""},
-        {header + row + row + with_field(32, "2"), ":4: field 'processed': not 0 or 1: \"2\""},
-        {header + row + row + with_field(1, ""), ":4: field 'mag_x': empty"},
-        {header + row + row + "1,2,3,4\n", ":4: 4 fields, the header has " + width},
+        {header + row + "# a comment\n" + bad_row, ":4: field 'mag_x': not a number: \"1.2.3\""},
         {"timestamp_ns,sensor,x,y,z\n1,mag,1,2,3\n",
          ":1: header: no column 't_ns' (not a magcal replay results file)"},
         {"# nothing else\n\n", ": empty: not a magcal replay results file"},

@@ -19,10 +19,12 @@ constexpr const char* kSystemPython = "/usr/bin/python3";
 
 // Finding a package is enough to choose an interpreter; importing matplotlib
 // would double the start-up time of every report. report.py itself still
-// names a package that is found but broken.
+// names a package that is found but broken. The first line tells a Python
+// that ran the probe from a program that merely exited 0.
+constexpr const char* kProbeMark = "magcal-probe";
 constexpr const char* kProbe =
-    "import sys, importlib.util as u\n"
-    "print(sys.executable)\n"
+    "import importlib.util as u\n"
+    "print('magcal-probe')\n"
     "print(' '.join(n for n in ('numpy', 'matplotlib') if u.find_spec(n) is None))\n";
 
 // A probe that prints more than this is not the probe we wrote.
@@ -65,17 +67,22 @@ Probe probe(const std::string& python) {
     Probe p;
     std::string out;
     if (run_program({python, "-c", kProbe}, &out) != 0) return p;
-    const size_t first_end = out.find('\n');
-    if (first_end == std::string::npos || out.empty() || out.back() != '\n') return p;
-    p.ran = true;
-    const std::string names = out.substr(first_end + 1, out.size() - first_end - 2);
-    size_t start = 0;
-    while (start < names.size()) {
-        size_t end = names.find(' ', start);
-        if (end == std::string::npos) end = names.size();
-        if (end > start) p.missing.push_back(names.substr(start, end - start));
-        start = end + 1;
+    const std::string mark = std::string(kProbeMark) + "\n";
+    if (out.compare(0, mark.size(), mark) != 0 || out.back() != '\n') return p;
+    std::string name;
+    for (size_t k = mark.size(); k < out.size(); ++k) {
+        if (out[k] != ' ' && out[k] != '\n') {
+            name += out[k];
+            continue;
+        }
+        if (name == "numpy" || name == "matplotlib") {
+            p.missing.push_back(name);
+        } else if (!name.empty()) {
+            return p;  // not an answer to the probe
+        }
+        name.clear();
     }
+    p.ran = true;
     return p;
 }
 
