@@ -724,6 +724,22 @@ def scatter_subset(distance_from_circle):
     return np.unique(np.concatenate([chosen, far]))
 
 
+def plane_windows(clouds, pick, radius, offset):
+    """Per axis, limits of one common width that hold the drawn dots, the
+    circle, the offset and the origin."""
+    low, high = [], []
+    for k in range(3):
+        values = [c[k][pick] for c in clouds] + [np.array([offset[k], 0.0])]
+        if math.isfinite(radius):
+            values.append(np.array([-radius, radius]))
+        values = np.concatenate(values)
+        values = values[np.isfinite(values)]
+        low.append(float(values.min()) if len(values) else -1.0)
+        high.append(float(values.max()) if len(values) else 1.0)
+    half = max(h - lo for lo, h in zip(low, high)) * 0.55 or 1.0
+    return [((lo + h) / 2 - half, (lo + h) / 2 + half) for lo, h in zip(low, high)]
+
+
 def draw_planes(fig, s, done):
     from matplotlib.ticker import MaxNLocator
 
@@ -737,6 +753,7 @@ def draw_planes(fig, s, done):
     if s.softiron_name:
         corr_label += f" (S from {s.softiron_name})"
     dot = 3 if len(pick) > 500 else 12  # tiny only where there are many
+    square = plane_windows([raw, corrected], pick, radius, [v[-1] for v in s.offset])
     axes = fig.subplots(1, 3)
     for ax, (i, j) in zip(axes, [(0, 1), (1, 2), (2, 0)]):
         ax.scatter(raw[i][pick], raw[j][pick], s=dot, c="0.6", alpha=0.5, label="raw",
@@ -750,14 +767,19 @@ def draw_planes(fig, s, done):
         ax.plot([s.offset[i][-1]], [s.offset[j][-1]], "x", c="black", ms=10, mew=2,
                 label="final published offset")
         ax.plot([0], [0], "+", c="tab:blue", ms=10)
-        ax.set_aspect("equal", adjustable="datalim")
+        # A square window fixed before layout: limits widened while drawing
+        # would bring longer tick labels than the layout made room for.
+        ax.set_xlim(*square[i])
+        ax.set_ylim(*square[j])
+        ax.set_aspect("equal", adjustable="box")
         ax.xaxis.set_major_locator(MaxNLocator(nbins=6))
         ax.yaxis.set_major_locator(MaxNLocator(nbins=6))
         ax.set_xlabel(f"{AXES[i]} [µT]")
         ax.set_ylabel(f"{AXES[j]} [µT]")
         ax.set_title(f"{AXES[i]}{AXES[j]} plane", fontsize=11)
         ax.grid(alpha=0.3)
-    enlarge_dots(axes[1].legend(loc="upper center", bbox_to_anchor=(0.5, -0.16), ncol=4,
+    # Two columns: a key wider than its panel upsets the layout of the row.
+    enlarge_dots(axes[1].legend(loc="upper center", bbox_to_anchor=(0.5, -0.16), ncol=2,
                                 fontsize=10, frameon=False))
     if not len(size):
         shown = "No processed sample to draw."
