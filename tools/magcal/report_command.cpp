@@ -1,13 +1,13 @@
-// magcal report: hands the drawing to tools/magcal/report.py (matplotlib),
-// which writes into a temporary file that is renamed into place only when
-// the picture is complete.
+// magcal report: finds a Python that can draw and the drawing script,
+// report.py, and lets the script draw into a temporary file that is renamed
+// into place only when the picture is complete.
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -15,6 +15,7 @@
 #include "command_line.h"
 #include "commands.h"
 #include "output_file.h"
+#include "report_python.h"
 #include "tool_errors.h"
 
 #ifndef MAGCAL_REPORT_SCRIPT_SOURCE
@@ -25,27 +26,32 @@ namespace magcal::tool {
 
 const char* const kReportHelp =
     "usage: magcal report RESULTS.csv [--truth TRUTH.csv] [--softiron FILE.json]\n"
-    "                     -o REPORT.png\n"
+    "                     [--python PYTHON] [-v] -o REPORT.png\n"
     "\n"
-    "Draws a replay's results (magcal replay -o RESULTS.csv): the raw field and\n"
-    "each sample minus its published offset in three plane projections with the\n"
-    "fitted circle, the offset per axis against truth, the accuracy timeline, the\n"
-    "fused attitude's heading and the azimuth output against truth, and the field\n"
-    "strength over time.\n"
+    "Draws a replay's results (magcal replay -o RESULTS.csv): the field samples\n"
+    "corrected with their published offset in three planes, the offset against\n"
+    "truth, the accuracy, the heading of the fused attitude and of the azimuth\n"
+    "output against truth, the heading error with its RMS, and the field\n"
+    "strength. Every panel says what is averaged and why it differs from the\n"
+    "truth. Sessions of any length: long series are thinned for drawing, keeping\n"
+    "each pixel's lowest and highest value.\n"
     "\n"
     "  -o, --output REPORT.png  the picture to write (.png, .svg or .pdf)\n"
-    "  --truth TRUTH.csv        ground truth, when RESULTS.csv has no truth columns\n"
+    "  --truth TRUTH.csv        ground truth: the true field strength and attitude,\n"
+    "                           and the offset and heading when RESULTS.csv has none\n"
     "  --softiron FILE.json     the soft-iron file the replay installed: samples\n"
     "                           are corrected with it before the offset is removed\n"
+    "  --python PYTHON          the Python to draw with (also MAGCAL_PYTHON)\n"
+    "  -v, --verbose            say which Python and which script draw\n"
     "  -h, --help               this text\n"
     "\n"
-    "Needs python3 with matplotlib (Debian: apt-get install -y python3-matplotlib).\n"
-    "Exit status: 0 ok, 1 runtime failure (e.g. matplotlib missing), 2 bad input\n"
-    "or usage.\n";
+    "Needs Python 3 with numpy and matplotlib (Debian: apt-get install -y\n"
+    "python3-numpy python3-matplotlib). Without --python or MAGCAL_PYTHON it uses\n"
+    "python3 from the PATH if that has both, else /usr/bin/python3.\n"
+    "Exit status: 0 ok, 1 runtime failure (e.g. a Python package missing),\n"
+    "2 bad input or usage.\n";
 
 namespace {
-
-constexpr const char* kInstallHint = "apt-get install -y python3-matplotlib";
 
 bool exists(const std::string& path) {
     struct stat st;
@@ -61,38 +67,30 @@ std::string exe_dir() {
     return dir.substr(0, dir.rfind('/') + 1);
 }
 
-// Runs argv[0] (searched in PATH) and returns its exit status, or -1 when it
-// could not be started. With `quiet`, its stdout and stderr are discarded.
-int run(const std::vector<std::string>& args, bool quiet) {
-    std::vector<char*> argv;
-    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    std::fflush(stdout);
-    std::fflush(stderr);
-    const pid_t pid = fork();
-    if (pid < 0) return -1;
-    if (pid == 0) {
-        if (quiet) {
-            if (std::freopen("/dev/null", "w", stdout) == nullptr ||
-                std::freopen("/dev/null", "w", stderr) == nullptr) {
-                _exit(127);
-            }
-        }
-        execvp(argv[0], argv.data());
-        _exit(127);
+// Beside the binary in a build tree, under share/ in an installed layout,
+// else the source copy the binary was built from.
+std::string find_report_script() {
+    const std::string dir = exe_dir();
+    for (const std::string& candidate : {dir + "report.py", dir + "../share/magcal/report.py",
+                                         std::string(MAGCAL_REPORT_SCRIPT_SOURCE)}) {
+        if (!candidate.empty() && exists(candidate)) return candidate;
     }
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) return -1;
-    }
-    if (!WIFEXITED(status)) return -1;
-    return WEXITSTATUS(status);
+    throw RuntimeFailure("cannot find report.py beside the magcal tool, in " + dir +
+                         "../share/magcal/ or in the sources");
+}
+
+bool same_file(const std::string& a, const std::string& b) {
+    struct stat sa, sb;
+    return stat(a.c_str(), &sa) == 0 && stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
+           sa.st_ino == sb.st_ino;
 }
 
 }  // namespace
 
 int run_report(int argc, char** argv) {
-    std::string results_path, truth_path, softiron_path, output_path;
+    std::string results_path, truth_path, softiron_path, output_path, python;
+    std::string python_by = "--python";
+    bool verbose = false;
     CommandLine cl(argc, argv, 0);
     std::string a;
     bool is_option = false;
@@ -106,6 +104,12 @@ int run_report(int argc, char** argv) {
             truth_path = cl.value(a);
         } else if (a == "--softiron") {
             softiron_path = cl.value(a);
+        } else if (a == "--python") {
+            python = cl.value(a);
+            if (python.empty()) throw UsageError("option --python needs a program");
+        } else if (a == "-v" || a == "--verbose") {
+            cl.no_value(a);
+            verbose = true;
         } else {
             throw UsageError("unknown option " + a);
         }
@@ -118,30 +122,30 @@ int run_report(int argc, char** argv) {
         throw UsageError("-o: the file name must end in .png, .svg or .pdf");
     }
     for (const std::string* input : {&results_path, &truth_path, &softiron_path}) {
-        if (!input->empty() && access(input->c_str(), R_OK) != 0) {
+        if (input->empty()) continue;
+        if (access(input->c_str(), R_OK) != 0) {
             throw InputError(*input + ": cannot open: " + std::strerror(errno));
         }
+        if (same_file(*input, output_path)) {
+            throw UsageError("-o " + output_path + " is the input " + *input);
+        }
+    }
+    if (python.empty()) {
+        const char* env = std::getenv("MAGCAL_PYTHON");
+        if (env != nullptr) python = env;
+        python_by = "MAGCAL_PYTHON";
     }
 
-    const std::string python = exists("/usr/bin/python3") ? "/usr/bin/python3" : "python3";
-    const int probe = run({python, "-c", "import matplotlib"}, true);
-    if (probe == 127 || probe < 0) {
-        throw RuntimeFailure("cannot run " + python + "; install Python and matplotlib with: " +
-                             "apt-get install -y python3 python3-matplotlib");
-    }
-    if (probe != 0) {
-        throw RuntimeFailure(python + " has no matplotlib; install it with: " + kInstallHint);
-    }
-
-    std::string script = exe_dir() + "report.py";
-    if (!exists(script)) script = MAGCAL_REPORT_SCRIPT_SOURCE;
-    if (script.empty() || !exists(script)) {
-        throw RuntimeFailure("cannot find report.py beside the magcal tool or in the sources");
+    const ReportPython interpreter = find_report_python(python, python_by);
+    const std::string script = find_report_script();
+    if (verbose) {
+        std::fprintf(stderr, "magcal report: drawing with %s\nmagcal report: script %s\n",
+                     interpreter.reason.c_str(), script.c_str());
     }
 
     OutputFile out(output_path);
-    std::vector<std::string> args{python,          script,     results_path, "--output",
-                                  out.temp_path(), "--format", format};
+    std::vector<std::string> args{interpreter.path, script,     results_path, "--output",
+                                  out.temp_path(),  "--format", format};
     if (!truth_path.empty()) {
         args.push_back("--truth");
         args.push_back(truth_path);
@@ -150,7 +154,10 @@ int run_report(int argc, char** argv) {
         args.push_back("--softiron");
         args.push_back(softiron_path);
     }
-    const int status = run(args, false);
+    const int status = run_program(args, nullptr);
+    if (status < 0 || status == 127) {
+        throw RuntimeFailure(interpreter.path + " " + script + " did not run to the end");
+    }
     if (status != 0) {
         // report.py has said what went wrong; 2 is its bad-input status.
         return status == kExitBadInput ? kExitBadInput : kExitRuntime;
