@@ -33,9 +33,11 @@ TEST(ToolInput, MalformedInputFilesNameFileLineAndFieldAndWriteNothing) {
          ":6: field 'timestamp_ns': out of the 64-bit range: \"99999999999999999999\""},
         {"", "1000000000,mag,1,2,3,ok", ":6: field 'status': not an integer: \"ok\""},
         {"", "1000000000,mag,1,2,3,0,7", ":6: too many fields: 7" + kLayout},
-        // A header is only recognised as the first line; later it is data.
+        // A header is only allowed as the first line: later it means two
+        // logs were joined.
         {"", "timestamp_ns,sensor,x,y,z",
-         ":6: field 'timestamp_ns': not an integer: \"timestamp_ns\""},
+         ":6: header line after data (were logs concatenated? magcal convert --log A.csv --log "
+         "B.csv -o AB.csv merges them by time)"},
         {"", "-", ": cannot open: No such file or directory"},
         {"--truth",
          "timestamp_ns,qw,qx,qy,qz,heading_deg,offset_x,offset_y,offset_z,field_ut\n"
@@ -88,7 +90,7 @@ TEST(ToolInput, BadCommandLinesExitTwoUnloadablePluginOneHelpZero) {
         EXPECT_EQ(run.out.rfind("usage: magcal " + command, 0), 0u) << run.out;
     }
     // A plug-in that cannot be loaded is a runtime failure, status 1.
-    write_text(dir.file("log.csv"), kGoodLog);
+    write_text(dir.file("log.csv"), kGoodLog + "1000000000,mag,20,-30,25\n");
     const ToolRun run = run_tool("replay @log.csv -o @r.csv --plugin @no.so", dir);
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err.rfind("magcal replay: cannot load plug-in " + dir.file("no.so"), 0), 0u)
