@@ -279,8 +279,8 @@ class Checker {
                 std::string("non-finite ") + sensor_name(records_[motion_first].sensor) +
                     " value: from the next processed mag sample on, the library's gravity, "
                     "rotation vector, orientation and linear acceleration are NaN for the rest "
-                    "of the session while the accuracy is still reported; a host must drop such "
-                    "samples");
+                    "of the session (initLib does not clear it) while the accuracy is still "
+                    "reported; a host must drop such samples");
         }
         if (field_count > 0) {
             add(CheckKind::NonFiniteField, field_first, field_count,
