@@ -110,9 +110,10 @@ void ReplaySummary::add_truth(const ResultRow& row, double t) {
                              fused[0] * truth[1] - fused[1] * truth[0]};
     const double dot = fused[0] * truth[0] + fused[1] * truth[1] + fused[2] * truth[2];
     const double tilt = std::atan2(length(cross), dot) * kDeg;
-    tilt_.add(tilt);
-    tilt_max_ = std::fmax(tilt_max_, tilt);
-    tilt_final_ = tilt;
+    TiltError& tilt_error = tilt_[time_to_accuracy_[3] >= 0.0 ? 1 : 0];
+    tilt_error.rms.add(tilt);
+    tilt_error.max = std::fmax(tilt_error.max, tilt);
+    tilt_error.last = tilt;
     // Heading is well defined only while the +y axis is far from vertical:
     // the world-z component of body +y is 2 (y z + w x).
     const double y_up = 2.0 * (q[2] * q[3] + q[0] * q[1]);
@@ -231,10 +232,23 @@ std::string ReplaySummary::truth_lines() const {
             "  azimuth output error:                RMS %.2f deg (includes its 1 s smoothing)\n",
             azimuth.rms());
     }
-    out += printed(
-        "  tilt error of the fused attitude: RMS %.2f deg, max %.2f deg, final %.2f deg (every "
-        "processed sample with truth)\n",
-        tilt_.rms(), tilt_max_, tilt_final_);
+    // The attitude comes from the gyroscope alone until calibration is
+    // confirmed, so its tilt is judged apart before and after.
+    const TiltError &before = tilt_[0], &after = tilt_[1];
+    if (after.rms.count() > 0) {
+        out += printed(
+            "  tilt error of the fused attitude: RMS %.2f deg, max %.2f deg from accuracy 3 on",
+            after.rms.rms(), after.max);
+        out += before.rms.count() > 0
+                   ? printed("; before (gyroscope alone): max %.2f deg, last %.2f deg\n",
+                             before.max, before.last)
+                   : "\n";
+    } else if (before.rms.count() > 0) {
+        out += printed(
+            "  tilt error of the fused attitude: RMS %.2f deg, max %.2f deg, final %.2f deg "
+            "(accuracy 3 never reached: the gyroscope alone)\n",
+            before.rms.rms(), before.max, before.last);
+    }
     return out;
 }
 

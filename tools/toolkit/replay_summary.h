@@ -92,9 +92,14 @@ class ReplaySummary : public RowSink {
     // Over samples whose +y axis is near horizontal, from accuracy 3 on and
     // over the whole session [deg]:
     RmsError fused_heading_, azimuth_heading_, fused_heading_all_, azimuth_heading_all_;
-    RmsError tilt_;             // angle between true and fused vertical, every truth row [deg]
-    double tilt_max_ = 0.0;     // [deg]
-    double tilt_final_ = -1.0;  // [deg]
+    // Angle between the true and the fused vertical [deg], before accuracy 3
+    // (the attitude is the gyroscope's alone) and from it on.
+    struct TiltError {
+        RmsError rms;
+        double max = 0.0;   // [deg]
+        double last = 0.0;  // [deg]
+    };
+    std::array<TiltError, 2> tilt_;
 };
 
 }  // namespace magcal::tool
