@@ -78,19 +78,17 @@ bool LineReader::fill() {
     long got = 0;
 #ifdef MAGCAL_HAVE_ZLIB
     got = gzread(source_->gz, &buffer_[old], kChunk);
-    if (got < 0) {
-        int code = 0;
-        const char* why = gzerror(source_->gz, &code);
+    int code = Z_OK;
+    const char* why = gzerror(source_->gz, &code);
+    if (got < 0 || (got == 0 && code != Z_OK)) {
         buffer_.resize(old);
-        throw InputError(name_ + ": damaged compressed data: " + (why ? why : "unknown error"));
-    }
-    if (got == 0) {
-        int code = 0;
-        const char* why = gzerror(source_->gz, &code);
-        if (code != Z_OK) {
-            buffer_.resize(old);
-            throw InputError(name_ + ": damaged compressed data: " + (why ? why : "unknown"));
+        // zlib prefixes its message with "<fd:N>: ", which means nothing here.
+        std::string reason = why != nullptr ? why : "unknown error";
+        if (reason.rfind("<fd:", 0) == 0 && reason.find(": ") != std::string::npos) {
+            reason.erase(0, reason.find(": ") + 2);
         }
+        throw InputError(name_ + ":" + std::to_string(number_ + 1) +
+                         ": damaged compressed data: " + reason);
     }
 #else
     do {

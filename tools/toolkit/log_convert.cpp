@@ -282,10 +282,14 @@ Conversion convert_recordings(const ConvertOptions& options) {
     // sample is processed with them, and otherwise the order they came in.
     std::vector<size_t> index(out.records.size());
     std::iota(index.begin(), index.end(), size_t{0});
-    std::stable_sort(index.begin(), index.end(), [&](size_t a, size_t b) {
+    // The index as the last key keeps the sort stable without the temporary
+    // buffer of std::stable_sort.
+    std::sort(index.begin(), index.end(), [&](size_t a, size_t b) {
         const LogRecord &ra = out.records[a], &rb = out.records[b];
         if (ra.t_ns != rb.t_ns) return ra.t_ns < rb.t_ns;
-        return static_cast<int>(ra.sensor) < static_cast<int>(rb.sensor);
+        if (ra.sensor != rb.sensor)
+            return static_cast<int>(ra.sensor) < static_cast<int>(rb.sensor);
+        return a < b;
     });
     Conversion sorted;
     sorted.files = std::move(out.files);
