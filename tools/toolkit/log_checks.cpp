@@ -117,18 +117,23 @@ class Checker {
         }
         std::string cause;
         if (field) {
-            cause = m < 0.01     ? "in tesla (1 T = 1e6 uT)? magcal convert --mag-unit T"
-                    : below      ? "in gauss (1 G = 100 uT)? magcal convert --mag-unit G"
-                    : m > 5000.0 ? "in nanotesla (1000 nT = 1 uT)? magcal convert --mag-unit nT"
-                                 : "in milligauss (10 mG = 1 uT)? magcal convert --mag-unit mG";
+            cause = m == 0.0   ? "it reads zero: is the magnetometer on? (the library refuses "
+                                 "all-zero samples)"
+                    : m < 0.01 ? "in tesla (1 T = 1e6 uT)? magcal convert --mag-unit T converts it"
+                    : below    ? "in gauss (1 G = 100 uT)? magcal convert --mag-unit G converts it"
+                    : m > 5000.0
+                        ? "in nanotesla (1000 nT = 1 uT)? magcal convert --mag-unit nT converts it"
+                        : "in milligauss (10 mG = 1 uT)? magcal convert --mag-unit mG converts it";
             add(CheckKind::FieldUnits, first, count,
                 format("field strength implausible for microtesla: median |mag| %.6g over %zu "
                        "sample%s, where the earth's field is 25 to 65 uT (plus the hard-iron "
                        "offset); ",
                        m, n, n == 1 ? "" : "s") +
-                    cause + " converts it");
+                    cause);
         } else {
-            cause = m >= 0.5 && m <= 2.0
+            cause = m == 0.0 ? "it reads zero, and the library processes no mag sample after an "
+                               "all-zero acc sample"
+                    : m >= 0.5 && m <= 2.0
                         ? "in g (1 g = 9.80665 m/s^2)? magcal convert --acc-unit g converts it"
                         : "is it in another unit, or not an accelerometer?";
             add(CheckKind::AccelUnits, first, count,
