@@ -80,13 +80,15 @@ TEST(ToolInput, BadCommandLinesExitTwoUnloadablePluginOneHelpZero) {
           "simulate --scenario still -o @log.csv --soft-iron 1e-7,0,0,0,1,0,0,0,1 "
           "--softiron-out @s.json",
           "replay", "replay @log.csv --bogus", "report @log.csv", "report @log.csv -o @r.bmp",
-          "unknown-command", ""}) {
+          "convert --mag @m.csv", "convert -o @log.csv", "convert --mag @m.csv:x,y -o @l.csv",
+          "convert --mag @m.csv --time-unit min -o @l.csv",
+          "convert --mag @m.csv --mag-unit Oe -o @l.csv", "unknown-command", ""}) {
         const ToolRun run = run_tool(args, dir);
         EXPECT_EQ(run.status, 2) << args << "\n" << run.err;
         EXPECT_FALSE(run.err.empty()) << args;
         EXPECT_TRUE(dir.entries().empty()) << args;
     }
-    for (const std::string command : {"simulate", "replay", "report"}) {
+    for (const std::string command : {"simulate", "replay", "report", "convert"}) {
         const ToolRun run = run_tool(command + " --help", dir);
         EXPECT_EQ(run.status, 0);
         EXPECT_EQ(run.out.rfind("usage: magcal " + command, 0), 0u) << run.out;
