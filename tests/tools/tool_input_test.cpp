@@ -3,6 +3,8 @@
 // line and field, exit status 2, and no output file (not even a temporary).
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "tool_test_support.h"
 
 namespace {
@@ -33,9 +35,11 @@ TEST(ToolInput, MalformedInputFilesNameFileLineAndFieldAndWriteNothing) {
          ":6: field 'timestamp_ns': out of the 64-bit range: \"99999999999999999999\""},
         {"", "1000000000,mag,1,2,3,ok", ":6: field 'status': not an integer: \"ok\""},
         {"", "1000000000,mag,1,2,3,0,7", ":6: too many fields: 7" + kLayout},
-        // A header is only recognised as the first line; later it is data.
+        // A header is only allowed as the first line: later it means two
+        // logs were joined.
         {"", "timestamp_ns,sensor,x,y,z",
-         ":6: field 'timestamp_ns': not an integer: \"timestamp_ns\""},
+         ":6: header line after data (were logs concatenated? magcal convert --log A.csv --log "
+         "B.csv -o AB.csv merges them by time)"},
         {"", "-", ": cannot open: No such file or directory"},
         {"--truth",
          "timestamp_ns,qw,qx,qy,qz,heading_deg,offset_x,offset_y,offset_z,field_ut\n"
@@ -76,24 +80,171 @@ TEST(ToolInput, BadCommandLinesExitTwoUnloadablePluginOneHelpZero) {
           "simulate --scenario still -o @log.csv --soft-iron 1e-7,0,0,0,1,0,0,0,1 "
           "--softiron-out @s.json",
           "replay", "replay @log.csv --bogus", "report @log.csv", "report @log.csv -o @r.bmp",
-          "unknown-command", ""}) {
+          "convert --mag @m.csv", "convert -o @log.csv", "convert --mag @m.csv:x,y -o @l.csv",
+          "convert --mag @m.csv --time-unit min -o @l.csv",
+          "convert --mag @m.csv --mag-unit Oe -o @l.csv", "unknown-command", ""}) {
         const ToolRun run = run_tool(args, dir);
         EXPECT_EQ(run.status, 2) << args << "\n" << run.err;
         EXPECT_FALSE(run.err.empty()) << args;
         EXPECT_TRUE(dir.entries().empty()) << args;
     }
-    for (const std::string command : {"simulate", "replay", "report"}) {
+    for (const std::string command : {"simulate", "replay", "report", "convert"}) {
         const ToolRun run = run_tool(command + " --help", dir);
         EXPECT_EQ(run.status, 0);
         EXPECT_EQ(run.out.rfind("usage: magcal " + command, 0), 0u) << run.out;
     }
     // A plug-in that cannot be loaded is a runtime failure, status 1.
-    write_text(dir.file("log.csv"), kGoodLog);
+    write_text(dir.file("log.csv"), kGoodLog + "1000000000,mag,20,-30,25\n");
     const ToolRun run = run_tool("replay @log.csv -o @r.csv --plugin @no.so", dir);
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err.rfind("magcal replay: cannot load plug-in " + dir.file("no.so"), 0), 0u)
         << run.err;
     EXPECT_EQ(dir.entries(), std::vector<std::string>{"log.csv"});
+}
+
+TEST(ToolInput, FirstLinesThatAreNotTheLogsHeaderSayHeader) {
+    ScratchDir dir;
+    const std::string expected = "timestamp_ns,sensor,x,y,z[,status]";
+    const std::pair<std::string, std::string> cases[] = {
+        {"timestamp,type,x,y,z\n",
+         ":1: header: expected " + expected +
+             ", found \"timestamp,type,x,y,z\" (magcal convert reads other layouts)"},
+        {"# note\ntimestamp_ns;sensor;x;y;z\n",
+         ":2: header: expected " + expected +
+             ", found \"timestamp_ns;sensor;x;y;z\" (magcal convert reads other layouts)"},
+        {"\xef\xbb\xbftimestamp_ns,sensor,x,y,z\n",
+         ":1: starts with a UTF-8 byte-order mark, which this format does not allow (magcal "
+         "convert --log FILE -o NEW.csv writes it without one)"},
+    };
+    for (const auto& [text, message] : cases) {
+        write_text(dir.file("log.csv"), text + "1000000000,mag,20,-30,25\n");
+        const ToolRun run = run_tool("replay @log.csv", dir);
+        EXPECT_EQ(run.status, 2) << text;
+        EXPECT_EQ(run.err, dir.file("log.csv") + message + "\n");
+    }
+#ifdef MAGCAL_HAVE_ZLIB
+    // Compressed files are recognised by their content; damage is named.
+    write_text(dir.file("log.csv"), std::string("\x1f\x8b\x08\x00garbage", 11));
+    ToolRun damaged = run_tool("replay @log.csv", dir);
+    EXPECT_EQ(damaged.status, 2);
+    EXPECT_EQ(damaged.err.rfind(dir.file("log.csv") + ":1: damaged compressed data: ", 0), 0u)
+        << damaged.err;
+#endif
+
+    write_text(dir.file("log.csv"), kGoodLog);
+    const ToolRun run = run_tool("replay @log.csv -o @r.csv", dir);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.err, dir.file("log.csv") +
+                           ": no mag sample (1 acc, 1 gyro): the library works only on "
+                           "magnetometer samples\n");
+    EXPECT_FALSE(std::filesystem::exists(dir.file("r.csv")));
+}
+
+TEST(ToolInput, ChecksWarnOncePerKindOnStderrAndStrictTurnsThemIntoErrors) {
+    ScratchDir dir;
+    ASSERT_EQ(run_tool("simulate --scenario figure8 --duration 4 -o @sim.csv", dir).status, 0);
+    // The field in gauss, and one NaN gyro value (tick 100's gyro line).
+    std::istringstream in(slurp(dir.file("sim.csv")));
+    std::string out, line;
+    for (int n = 1; std::getline(in, line); ++n) {
+        if (line.find(",mag,") != std::string::npos) {
+            std::istringstream f(line);
+            std::string t, s, x, y, z;
+            std::getline(f, t, ','), std::getline(f, s, ','), std::getline(f, x, ','),
+                std::getline(f, y, ','), std::getline(f, z);
+            line = t + ",mag," + std::to_string(std::stod(x) / 100) + "," +
+                   std::to_string(std::stod(y) / 100) + "," + std::to_string(std::stod(z) / 100);
+        }
+        if (n == 306) line = line.substr(0, line.find(",gyro,")) + ",gyro,nan,0,0";
+        out += line + "\n";
+    }
+    write_text(dir.file("log.csv"), out);
+    ToolRun run = run_tool("replay @log.csv -o @r.csv", dir);
+    EXPECT_EQ(run.status, 0) << run.err;
+    const std::string where = dir.file("log.csv") + ":";
+    EXPECT_EQ(run.err.find(where + "7: warning: field strength implausible for microtesla"), 0u)
+        << run.err;
+    EXPECT_NE(run.err.find("(and 199 more lines like it)\n" + where +
+                           "306: warning: non-finite gyro value"),
+              std::string::npos)
+        << run.err;
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 2);
+    EXPECT_NE(run.out.find("input checks       2 warnings: field strength (200 lines), "
+                           "non-finite acc/gyro (1 line); see above"),
+              std::string::npos)
+        << run.out;
+    // The tool reports; it does not repair: the library got the gauss.
+    const CsvTable t(dir.file("r.csv"));
+    EXPECT_EQ(t.f(0, "mag_x"), std::strtof(out.substr(out.find(",mag,") + 5).c_str(), nullptr));
+    EXPECT_LT(std::fabs(t.d(0, "mag_x")), 1.0);
+
+    run = run_tool("replay @log.csv -o @strict.csv --strict", dir);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.err.find(where + "7: error: field strength"), 0u) << run.err;
+    EXPECT_NE(run.err.find("magcal replay: --strict: the log has 2 kind(s) of warning"),
+              std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(dir.file("strict.csv")));
+}
+
+TEST(ToolInput, ConvertNamesTheSourceLinesAndItsLogReplays) {
+    ScratchDir dir;
+    ASSERT_EQ(run_tool("simulate --scenario figure8 --duration 4 -o @sim.csv", dir).status, 0);
+    ASSERT_EQ(run_tool("replay @sim.csv -o @ref.csv", dir).status, 0);
+    // Per-sensor files in milliseconds, the gyroscope in deg/s but not said.
+    std::istringstream in(slurp(dir.file("sim.csv")));
+    std::string files[3], line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] < '0' || line[0] > '9') continue;
+        const size_t a = line.find(','), b = line.find(',', a + 1);
+        const std::string sensor = line.substr(a + 1, b - a - 1), values = line.substr(b + 1);
+        const std::string ms = line.substr(0, a - 6) + "." + line.substr(a - 6, 6);
+        files[sensor == "acc" ? 0 : sensor == "gyro" ? 1 : 2] += ms + "," + values + "\n";
+    }
+    write_text(dir.file("acc.csv"), "t,x,y,z\n" + files[0]);
+    write_text(dir.file("gyro.csv"), "t,x,y,z\n" + files[1]);
+    write_text(dir.file("mag.csv"), "t,x,y,z\n" + files[2]);
+    ToolRun run = run_tool(
+        "convert --acc @acc.csv --gyro @gyro.csv --mag @mag.csv --time-unit ms -o @log.csv", dir);
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.err, "");
+    ASSERT_EQ(run_tool("replay @log.csv -o @conv.csv", dir).status, 0);
+    EXPECT_EQ(slurp(dir.file("conv.csv")), slurp(dir.file("ref.csv")));
+
+    // A gyroscope in deg/s that nobody mentioned: the warning names the gyro
+    // file's line of the first impossible rate.
+    std::istringstream rad(files[1]);
+    std::string deg = "t,x,y,z\n";
+    int first_fast = 0;
+    for (int n = 2; std::getline(rad, line); ++n) {
+        std::istringstream f(line);
+        std::string t, c[3];
+        std::getline(f, t, ','), std::getline(f, c[0], ','), std::getline(f, c[1], ','),
+            std::getline(f, c[2]);
+        double sq = 0.0;
+        deg += t;
+        for (const std::string& v : c) {
+            const double d = std::stod(v) * 57.29577951308232;
+            sq += d * d;
+            deg += "," + std::to_string(d);
+        }
+        deg += "\n";
+        if (first_fast == 0 && std::sqrt(sq) > 35.0) first_fast = n;
+    }
+    write_text(dir.file("gyro.csv"), deg);
+    run = run_tool(
+        "convert --acc @acc.csv --gyro @gyro.csv --mag @mag.csv --time-unit ms -o @fast.csv", dir);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err.find(dir.file("gyro.csv") + ":" + std::to_string(first_fast) +
+                           ": warning: angular rate up to"),
+              0u)
+        << run.err;
+    write_text(dir.file("gyro.csv"), "t,x,y,z\n" + files[1]);
+    run = run_tool("convert --acc @acc.csv --gyro @gyro.csv:x,y,q --mag @mag.csv -o @x.csv", dir);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.err,
+              dir.file("gyro.csv") +
+                  ":1: no column named \"q\" (the header has \"t\", \"x\", \"y\", \"z\")\n");
+    EXPECT_FALSE(std::filesystem::exists(dir.file("x.csv")));
 }
 
 }  // namespace

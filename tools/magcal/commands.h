@@ -7,9 +7,11 @@ namespace magcal::tool {
 int run_simulate(int argc, char** argv);
 int run_replay(int argc, char** argv);
 int run_report(int argc, char** argv);
+int run_convert(int argc, char** argv);
 
 extern const char* const kSimulateHelp;
 extern const char* const kReplayHelp;
 extern const char* const kReportHelp;
+extern const char* const kConvertHelp;
 
 }  // namespace magcal::tool

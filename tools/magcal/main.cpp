@@ -18,6 +18,7 @@ const char* const kMainHelp =
     "  simulate   write a simulated sensor log and its ground truth\n"
     "  replay     feed a sensor log through the magcal plug-in, print a summary\n"
     "  report     draw a replay's results as a PNG (needs python3-matplotlib)\n"
+    "  convert    turn other recordings (per-sensor or wide CSV files) into a sensor log\n"
     "\n"
     "'magcal COMMAND --help' describes each command; 'magcal --version' prints the version.\n"
     "Exit status: 0 ok, 1 runtime failure, 2 bad input or usage.\n";
@@ -53,7 +54,8 @@ int main(int argc, char** argv) {
     };
     const Entry entries[] = {{"simulate", run_simulate, kSimulateHelp},
                              {"replay", run_replay, kReplayHelp},
-                             {"report", run_report, kReportHelp}};
+                             {"report", run_report, kReportHelp},
+                             {"convert", run_convert, kConvertHelp}};
     for (const Entry& e : entries) {
         if (command != e.name) continue;
         if (wants_help(argc - 2, argv + 2)) {

@@ -1,29 +1,27 @@
-// magcal replay: feeds a sensor log through the plug-in exactly as a sensor
-// service would (dlopen, MAG_LIB_API_INTERFACE, initLib, then acc and gyro
-// samples stored and every mag sample processed with doCaliApi), reads every
-// getter after each mag sample, and writes what came back.
+// magcal replay: checks a sensor log, feeds it through the plug-in as a
+// sensor service would (the replay engine), and writes what came back.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "calibration_state.h"
 #include "command_line.h"
 #include "commands.h"
-#include "magcal/magcal_algorithms.h"
-#include "magcal/magcal_host.h"
+#include "log_checks.h"
 #include "output_file.h"
 #include "plugin_library.h"
+#include "replay_engine.h"
 #include "replay_results.h"
 #include "replay_summary.h"
 #include "sensor_log.h"
+#include "text_fields.h"
 #include "tool_errors.h"
 #include "truth_file.h"
 
@@ -32,11 +30,13 @@ namespace magcal::tool {
 const char* const kReplayHelp =
     "usage: magcal replay LOG.csv [-o RESULTS.csv] [options]\n"
     "\n"
-    "Loads the magcal plug-in as a sensor service does and feeds it the log in\n"
-    "file order: acc -> caliApiSetAccData, gyro -> caliApiSetGyroData,\n"
-    "mag -> doCaliApi, then every getter. Prints a summary.\n"
+    "Checks the log, then loads the magcal plug-in as a sensor service does and\n"
+    "feeds it the log in file order: acc -> caliApiSetAccData, gyro ->\n"
+    "caliApiSetGyroData, mag -> doCaliApi, then every getter. Prints a summary.\n"
+    "LOG.csv may be gzip-compressed, or - for standard input.\n"
     "\n"
-    "  -o, --output RESULTS.csv  one row per mag sample with every output\n"
+    "  -o, --output RESULTS.csv  one row per mag sample with every output (- for\n"
+    "                            standard output; the summary then goes to stderr)\n"
     "  --plugin PATH             the plug-in to load (default: the libmagcal.so\n"
     "                            built beside this tool)\n"
     "  --softiron FILE.json      install the soft-iron matrix of FILE (JSON member\n"
@@ -44,21 +44,27 @@ const char* const kReplayHelp =
     "  --state FILE              restore the calibration saved in FILE before the\n"
     "                            run (if FILE exists) and save the final one after\n"
     "  --truth TRUTH.csv         compare with ground truth (magcal simulate --truth)\n"
+    "  --strict                  treat the input checks' warnings as errors\n"
     "  --plugin-log              let the plug-in's start-up log through to stderr\n"
     "  -h, --help                this text\n"
+    "\n"
+    "The input checks warn, once per kind, about units that look wrong (field,\n"
+    "rate, acceleration, timestamps), timestamps that go back, a sensor that\n"
+    "stops, a missing sensor and NaN or infinite values. The samples reach the\n"
+    "library unchanged. A log without a mag sample is an error.\n"
     "\n"
     "A mag sample counts as refused when the library cannot have processed it:\n"
     "before both an acc and a gyro sample arrived, with an all-zero acc or mag\n"
     "vector, or with |mag| above 4914 uT (or not a number).\n"
     "\n"
     "Exit status: 0 ok, 1 runtime failure (e.g. plug-in not loadable),\n"
-    "2 bad input or usage.\n";
+    "2 bad input or usage (also any input warning under --strict).\n";
 
 namespace {
 
 struct ReplayOptions {
     std::string log_path, results_path, plugin_path, softiron_path, state_path, truth_path;
-    bool plugin_log = false;
+    bool plugin_log = false, strict = false;
 };
 
 ReplayOptions parse(int argc, char** argv) {
@@ -83,6 +89,9 @@ ReplayOptions parse(int argc, char** argv) {
         } else if (a == "--plugin-log") {
             cl.no_value(a);
             o.plugin_log = true;
+        } else if (a == "--strict") {
+            cl.no_value(a);
+            o.strict = true;
         } else {
             throw UsageError("unknown option " + a);
         }
@@ -96,229 +105,143 @@ bool file_exists(const std::string& path) {
     return stat(path.c_str(), &st) == 0;
 }
 
-// Mirrors the library's refusal rules from the host's side.
-class RefusalTracker {
+class ResultsWriter : public RowSink {
   public:
-    void saw(const LogRecord& r) {
-        if (r.sensor == sim::Sensor::Acc) {
-            acc_ready_ = true;
-            acc_zero_ = r.v[0] == 0.0f && r.v[1] == 0.0f && r.v[2] == 0.0f;
-        } else if (r.sensor == sim::Sensor::Gyro) {
-            gyro_ready_ = true;
-        }
-    }
-
-    bool processes(const std::array<float, 3>& mag) const {
-        if (!acc_ready_ || !gyro_ready_ || acc_zero_) return false;
-        if (mag[0] == 0.0f && mag[1] == 0.0f && mag[2] == 0.0f) return false;
-        const double x = mag[0], y = mag[1], z = mag[2];
-        const double length = std::sqrt(x * x + y * y + z * z);
-        return length <= 4914.0;  // also false for NaN: the library's upper limit [uT]
+    // The header waits for the first row: an error before it leaves nothing
+    // on a destination that is written directly.
+    ResultsWriter(std::FILE* out, bool with_truth) : out_(out), with_truth_(with_truth) {}
+    void on_row(const ResultRow& row) override {
+        if (!started_) write_result_header(out_, with_truth_);
+        started_ = true;
+        write_result_row(out_, row, with_truth_);
     }
 
   private:
-    bool acc_ready_ = false, gyro_ready_ = false, acc_zero_ = false;
-};
-
-// Truth rows by timestamp: in step with the log when it can, else by lookup.
-class TruthIndex {
-  public:
-    explicit TruthIndex(const std::vector<TruthRecord>& rows) : rows_(rows) {
-        for (size_t i = rows.size(); i-- > 0;) first_[rows[i].t_ns] = i;
-    }
-
-    const TruthRecord* find(int64_t t_ns) {
-        if (next_ < rows_.size() && rows_[next_].t_ns == t_ns) return &rows_[next_++];
-        const auto it = first_.find(t_ns);
-        if (it == first_.end()) return nullptr;
-        next_ = it->second + 1;
-        return &rows_[it->second];
-    }
-
-  private:
-    const std::vector<TruthRecord>& rows_;
-    std::unordered_map<int64_t, size_t> first_;
-    size_t next_ = 0;
+    std::FILE* out_;
+    bool with_truth_;
+    bool started_ = false;
 };
 
 // A progress line on a terminal for logs long enough to make one wait.
-class Progress {
+class Progress : public RowSink {
   public:
     explicit Progress(size_t total)
-        : total_(total), active_(total >= kMinRecords && isatty(STDERR_FILENO)) {}
+        : total_(total), active_(total >= kMinRows && isatty(STDERR_FILENO)) {}
+    ~Progress() override {
+        if (active_) std::fputs("\r                \r", stderr);
+    }
 
-    void update(size_t done) {
+    void on_row(const ResultRow&) override {
         if (!active_) return;
-        const int percent = static_cast<int>(done * 100 / total_);
+        const int percent = static_cast<int>(++done_ * 100 / total_);
         if (percent == shown_) return;
         shown_ = percent;
         std::fprintf(stderr, "\rreplaying: %3d%%", percent);
         std::fflush(stderr);
     }
 
-    ~Progress() {
-        if (active_) std::fputs("\r                \r", stderr);
+  private:
+    static constexpr size_t kMinRows = 30000;  // about ten minutes at 50 Hz
+    size_t total_, done_ = 0;
+    bool active_;
+    int shown_ = -1;
+};
+
+class FanOut : public RowSink {
+  public:
+    explicit FanOut(std::vector<RowSink*> sinks) : sinks_(std::move(sinks)) {}
+    void on_row(const ResultRow& row) override {
+        for (RowSink* s : sinks_) s->on_row(row);
     }
 
   private:
-    static constexpr size_t kMinRecords = 100000;  // about ten minutes at 50 Hz
-    size_t total_;
-    bool active_;
-    int shown_ = -1;
+    std::vector<RowSink*> sinks_;
 };
 
 }  // namespace
 
 int run_replay(int argc, char** argv) {
     const ReplayOptions o = parse(argc, argv);
+    check_output_names(
+        {{"LOG", o.log_path}, {"--truth", o.truth_path}, {"--softiron", o.softiron_path}},
+        {{"-o", o.results_path}, {"--state", o.state_path}});
 
-    // Every input is checked before the plug-in is touched.
+    // Every input is read and checked before the plug-in is touched.
     const std::vector<LogRecord> log = read_sensor_log(o.log_path);
+    const std::string log_name = o.log_path == "-" ? "<stdin>" : o.log_path;
     std::vector<TruthRecord> truth;
     if (!o.truth_path.empty()) truth = read_truth(o.truth_path);
-    std::unique_ptr<SavedCalibration> restore;
+    ReplaySetup setup;
     if (!o.state_path.empty() && file_exists(o.state_path)) {
-        restore = std::make_unique<SavedCalibration>(read_calibration_state(o.state_path));
+        setup.restore = read_calibration_state(o.state_path);
     }
     if (!o.softiron_path.empty() && access(o.softiron_path.c_str(), R_OK) != 0) {
         throw InputError(o.softiron_path + ": cannot open: " + std::strerror(errno));
     }
+    const CheckReport checks = check_log(log);
+    if (checks.per_sensor[2] == 0) {
+        throw InputError(log_name + ": no mag sample (" + std::to_string(checks.per_sensor[0]) +
+                         " acc, " + std::to_string(checks.per_sensor[1]) +
+                         " gyro): the library works only on magnetometer samples");
+    }
+    for (const CheckFinding& f : checks.findings) {
+        const std::string where = location(log_name, log[f.first].line);
+        std::fprintf(stderr, "%s\n", describe_finding(f, where, o.strict).c_str());
+    }
+    if (o.strict && !checks.findings.empty()) {
+        throw InputError("magcal replay: --strict: the log has " +
+                         std::to_string(checks.findings.size()) + " kind(s) of warning");
+    }
 
+    setup.quiet_plugin = !o.plugin_log;
+    setup.softiron_path = o.softiron_path;
+    const bool with_truth = !o.truth_path.empty();
+    if (with_truth) setup.truth = &truth;
     ReplaySummary summary;
+    summary.set_input(checks);
     const PluginLibrary plugin(o.plugin_path.empty() ? PluginLibrary::default_path()
                                                      : o.plugin_path);
-    const MagLibApiInterface& api = plugin.table();
-    {
-        const StderrSilencer quiet(!o.plugin_log);
-        api.initLib();
-    }
-    if (!o.softiron_path.empty()) {
-        const auto read_json = plugin.function<decltype(&getJsonCalibration)>("getJsonCalibration");
-        const auto install =
-            plugin.function<decltype(&QvGyroCal_config_softiron)>("QvGyroCal_config_softiron");
-        double m[9];
-        int32_t status;
-        {
-            const StderrSilencer quiet(!o.plugin_log);
-            status = read_json(o.softiron_path.c_str(), "qvg", m, 9);
-        }
-        if (status != 0) {
-            throw InputError(o.softiron_path +
-                             ": not a soft-iron parameter file (expected a JSON object whose "
-                             "member \"qvg\" is an array of nine numbers)");
-        }
-        install(m);
-        summary.set_softiron(m);
-    }
-    if (restore) {
-        api.caliApiSetOffset(restore->offset.data());
-        // The table's SetOffset keeps the library's last accuracy and radius;
-        // the exported status call restores those too.
-        const auto config_status =
-            plugin.function<decltype(&QvGyroCal_config_status)>("QvGyroCal_config_status");
-        const double offset[3] = {restore->offset[0], restore->offset[1], restore->offset[2]};
-        config_status(offset, restore->accuracy, restore->radius);
-    }
-
     std::unique_ptr<OutputFile> results;
-    const bool with_truth = !o.truth_path.empty();
+    std::unique_ptr<ResultsWriter> writer;
     if (!o.results_path.empty()) {
         results = std::make_unique<OutputFile>(o.results_path);
-        write_result_header(results->stream(), with_truth);
+        writer = std::make_unique<ResultsWriter>(results->stream(), with_truth);
     }
-
-    RefusalTracker refusals;
-    TruthIndex truth_index(truth);
-    Progress progress(log.size());
-    // What the state file keeps: the radius is |calibrated field| of the last
-    // processed sample (the table hands out no radius of the library's own).
-    double last_radius = 0.0;  // [uT]
-    int final_accuracy = restore ? restore->accuracy : 0;
-    bool any_processed = false;
-    for (size_t i = 0; i < log.size(); ++i) {
-        const LogRecord& r = log[i];
-        progress.update(i);
-        SensorSample s;
-        std::memset(&s, 0, sizeof s);
-        s.timestamp = r.t_ns;
-        s.x = r.v[0];
-        s.y = r.v[1];
-        s.z = r.v[2];
-        s.status = r.status;
-        refusals.saw(r);
-        if (r.sensor == sim::Sensor::Acc) {
-            summary.count_sample(0);
-            api.caliApiSetAccData(&s);
-            continue;
-        }
-        if (r.sensor == sim::Sensor::Gyro) {
-            summary.count_sample(1);
-            api.caliApiSetGyroData(&s);
-            continue;
-        }
-        summary.count_sample(2);
-        ResultRow row;
-        std::memset(&row, 0, sizeof row);
-        row.t_ns = r.t_ns;
-        row.raw = r.v;
-        row.processed = refusals.processes(r.v);
-        api.doCaliApi(&s, &row.result);
-        api.getRotationVector(&row.rotation_vector);
-        api.getOrientation(&row.orientation);
-        api.getGravity(&row.gravity);
-        api.getLinearaccel(&row.linear_accel);
-        api.getGameRotationVector(&row.game_rotation);
-        api.getGeoMagnetic(&row.geomagnetic);
-        api.getVirtualGyro(&row.virtual_gyro);
-        row.fused_heading = heading_of_rotation_vector(row.rotation_vector.values);
-        final_accuracy = row.result.accuracy;
-        if (row.processed) {
-            const double x = row.result.field[0], y = row.result.field[1], z = row.result.field[2];
-            last_radius = std::sqrt(x * x + y * y + z * z);
-            any_processed = true;
-        }
-        if (with_truth) {
-            row.truth = truth_index.find(r.t_ns);
-            if (row.truth != nullptr) {
-                double e2 = 0.0;
-                for (int k = 0; k < 3; ++k) {
-                    const double d =
-                        static_cast<double>(row.result.offset[k]) - row.truth->offset[k];
-                    e2 += d * d;
-                }
-                row.offset_error = std::sqrt(e2);
-                row.heading_error =
-                    circular_difference_deg(row.orientation.values[0], row.truth->heading_deg);
-                row.fused_heading_error =
-                    circular_difference_deg(row.fused_heading, row.truth->heading_deg);
-            }
-        }
-        summary.add(row);
-        if (results) write_result_row(results->stream(), row, with_truth);
+    ReplayOutcome outcome;
+    {
+        Progress progress(checks.per_sensor[2]);
+        std::vector<RowSink*> sinks{&summary, &progress};
+        if (writer) sinks.push_back(writer.get());
+        FanOut all(sinks);
+        outcome = replay_session(plugin.binding(), setup, log.data(), log.size(), all);
     }
+    summary.set_softiron(outcome.softiron);
 
-    std::array<float, 3> final_offset{};
-    api.caliApiGetOffset(final_offset.data());
     std::unique_ptr<OutputFile> state;
-    if (!o.state_path.empty() && any_processed) {
+    if (!o.state_path.empty() && outcome.any_processed) {
         state = std::make_unique<OutputFile>(o.state_path);
-        write_calibration_state(state->stream(), {final_offset, final_accuracy, last_radius});
+        write_calibration_state(
+            state->stream(), {outcome.final_offset, outcome.final_accuracy, outcome.last_radius});
     }
     if (results) results->commit();
     if (state) state->commit();
 
-    std::printf("replay of %s through %s\n", o.log_path.c_str(), plugin.path().c_str());
-    if (restore) {
-        std::printf("  restored           offset %.3f %.3f %.3f uT, accuracy %d, radius %.3f uT\n",
-                    static_cast<double>(restore->offset[0]),
-                    static_cast<double>(restore->offset[1]),
-                    static_cast<double>(restore->offset[2]), restore->accuracy, restore->radius);
+    // With the results on standard output the summary must not mix into them.
+    std::FILE* out = o.results_path == "-" ? stderr : stdout;
+    std::fprintf(out, "replay of %s through %s\n", log_name.c_str(), plugin.path().c_str());
+    if (setup.restore) {
+        const SavedCalibration& r = *setup.restore;
+        std::fprintf(out,
+                     "  restored           offset %.3f %.3f %.3f uT, accuracy %d, radius %.3f uT\n",
+                     static_cast<double>(r.offset[0]), static_cast<double>(r.offset[1]),
+                     static_cast<double>(r.offset[2]), r.accuracy, r.radius);
     }
-    summary.print(stdout, final_offset, with_truth);
-    if (results) std::printf("results -> %s\n", o.results_path.c_str());
-    if (state) std::printf("calibration state -> %s\n", o.state_path.c_str());
+    std::fputs(summary.text(outcome.final_offset, with_truth).c_str(), out);
+    if (results && o.results_path != "-")
+        std::fprintf(out, "results -> %s\n", o.results_path.c_str());
+    if (state) std::fprintf(out, "calibration state -> %s\n", o.state_path.c_str());
     if (!o.state_path.empty() && !state) {
-        std::printf("calibration state not saved: no mag sample was processed\n");
+        std::fprintf(out, "calibration state not saved: no mag sample was processed\n");
     }
     return kExitOk;
 }

@@ -118,6 +118,8 @@ SimulateOptions parse(int argc, char** argv) {
 int run_simulate(int argc, char** argv) {
     const SimulateOptions o = parse(argc, argv);
     const sim::Config& c = o.config;
+    check_output_names(
+        {}, {{"-o", o.log_path}, {"--truth", o.truth_path}, {"--softiron-out", o.softiron_path}});
 
     // With a parameter file the library sees A^-1 raw, where the offset is A^-1 h.
     std::array<double, 9> correction{};

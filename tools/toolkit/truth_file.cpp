@@ -3,6 +3,8 @@
 
 #include <cinttypes>
 
+#include "line_reader.h"
+#include "sensor_log.h"
 #include "text_fields.h"
 #include "tool_errors.h"
 
@@ -19,14 +21,17 @@ const char* const kColumns[10] = {"timestamp_ns", "qw",       "qx",       "qy", 
 std::vector<TruthRecord> read_truth(const std::string& path) {
     std::vector<TruthRecord> rows;
     bool first = true;
-    for (const TextLine& line : read_lines(path)) {
-        if (is_comment_or_blank(line.text)) continue;
-        const std::string where = location(path, line.number);
-        const std::vector<std::string> f = split_fields(line.text);
-        if (first && !f.empty() && f[0] == "timestamp_ns") {
+    LineReader in(path);
+    std::string_view text;
+    std::vector<std::string_view> f;
+    while (in.next(&text)) {
+        if (is_comment_or_blank(text)) continue;
+        const std::string where = location(in.name(), in.number());
+        split_fields(text, ',', &f);
+        if (first && !is_number(f[0])) {
             bool ok = f.size() == 10;
             for (size_t i = 0; ok && i < 10; ++i) ok = f[i] == kColumns[i];
-            if (!ok) throw InputError(where + ": header: expected " + kHeader);
+            if (!ok) bad_header(where, kHeader, f, "");
             first = false;
             continue;
         }

@@ -16,38 +16,48 @@
 
 namespace magcal::tool {
 
+LibraryBinding bind_library(void* handle, const std::string& what) {
+    LibraryBinding b;
+    dlerror();
+    b.table = static_cast<const MagLibApiInterface*>(dlsym(handle, "MAG_LIB_API_INTERFACE"));
+    if (b.table == nullptr) throw RuntimeFailure(what + " exports no MAG_LIB_API_INTERFACE");
+    if (b.table->name == nullptr || std::strcmp(b.table->name, "MAG_LIB_API_INTERFACE") != 0) {
+        throw RuntimeFailure(what + ": MAG_LIB_API_INTERFACE has a wrong name field");
+    }
+    const void* const* slots = reinterpret_cast<const void* const*>(&b.table->initLib);
+    for (int i = 0; i < 15; ++i) {
+        if (slots[i] == nullptr) {
+            throw RuntimeFailure(what + ": MAG_LIB_API_INTERFACE slot " + std::to_string(i + 1) +
+                                 " is empty");
+        }
+    }
+    b.get_json_calibration =
+        reinterpret_cast<decltype(b.get_json_calibration)>(dlsym(handle, "getJsonCalibration"));
+    b.config_softiron =
+        reinterpret_cast<decltype(b.config_softiron)>(dlsym(handle, "QvGyroCal_config_softiron"));
+    b.config_status =
+        reinterpret_cast<decltype(b.config_status)>(dlsym(handle, "QvGyroCal_config_status"));
+    b.load_pdc = reinterpret_cast<decltype(b.load_pdc)>(dlsym(handle, "QVG_LoadPDC"));
+    dlerror();
+    return b;
+}
+
 PluginLibrary::PluginLibrary(const std::string& path) : path_(path) {
     handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle_ == nullptr) {
         const char* why = dlerror();
         throw RuntimeFailure("cannot load plug-in " + path + ": " + (why ? why : "unknown error"));
     }
-    dlerror();
-    table_ = static_cast<const MagLibApiInterface*>(dlsym(handle_, "MAG_LIB_API_INTERFACE"));
-    if (table_ == nullptr) {
-        throw RuntimeFailure("plug-in " + path + " exports no MAG_LIB_API_INTERFACE");
-    }
-    if (table_->name == nullptr || std::strcmp(table_->name, "MAG_LIB_API_INTERFACE") != 0) {
-        throw RuntimeFailure("plug-in " + path + ": MAG_LIB_API_INTERFACE has a wrong name field");
-    }
-    const void* const* slots = reinterpret_cast<const void* const*>(&table_->initLib);
-    for (int i = 0; i < 15; ++i) {
-        if (slots[i] == nullptr) {
-            throw RuntimeFailure("plug-in " + path + ": MAG_LIB_API_INTERFACE slot " +
-                                 std::to_string(i + 1) + " is empty");
-        }
+    try {
+        binding_ = bind_library(handle_, "plug-in " + path);
+    } catch (...) {
+        dlclose(handle_);
+        throw;
     }
 }
 
 PluginLibrary::~PluginLibrary() {
     if (handle_ != nullptr) dlclose(handle_);
-}
-
-void* PluginLibrary::symbol(const char* name) const {
-    dlerror();
-    void* p = dlsym(handle_, name);
-    if (p == nullptr) throw RuntimeFailure("plug-in " + path_ + " does not export " + name);
-    return p;
 }
 
 std::string PluginLibrary::default_path() {

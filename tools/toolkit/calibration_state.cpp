@@ -4,6 +4,7 @@
 #include <sstream>
 #include <vector>
 
+#include "line_reader.h"
 #include "text_fields.h"
 #include "tool_errors.h"
 
@@ -31,10 +32,12 @@ void expect_count(const std::vector<std::string>& w, size_t count, const std::st
 SavedCalibration read_calibration_state(const std::string& path) {
     SavedCalibration s{};
     bool have_offset = false, have_accuracy = false, have_radius = false;
-    for (const TextLine& line : read_lines(path)) {
-        if (is_comment_or_blank(line.text)) continue;
-        const std::string where = location(path, line.number);
-        const std::vector<std::string> w = words(line.text);
+    LineReader in(path);
+    std::string_view text;
+    while (in.next(&text)) {
+        if (is_comment_or_blank(text)) continue;
+        const std::string where = location(in.name(), in.number());
+        const std::vector<std::string> w = words(std::string(text));
         bool* seen = nullptr;
         if (w[0] == "offset") {
             expect_count(w, 4, where);
