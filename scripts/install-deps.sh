@@ -8,7 +8,8 @@
 # sudo to install.
 set -euo pipefail
 
-packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev)
+packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev zlib1g-dev python3-numpy
+          python3-matplotlib)
 if [ "${1:-}" = --cross ]; then
     packages+=(g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user)
 elif [ $# -gt 0 ]; then

@@ -41,6 +41,11 @@ version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' build/default/CMakeCache.
 [ "$(PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig pkg-config --modversion magcal)" = "$version" ] ||
     fail "pkg-config does not report version $version"
 echo "installed $(grep -cE '^-- (Installing|Up-to-date): ' "$work/install.log") files, version $version"
+# The installed tool finds the installed plug-in on its own.
+"$prefix/bin/magcal" replay tests/golden/figure8_50hz_input.csv >"$work/replay.txt" 2>&1 ||
+    { cat "$work/replay.txt"; fail "the installed magcal cannot replay"; }
+grep -q "through $(realpath "$prefix/$libdir")/libmagcal.so" "$work/replay.txt" ||
+    { cat "$work/replay.txt"; fail "the installed magcal did not load the installed plug-in"; }
 
 run_consumer() { # way, extra cmake arguments...
     local way=$1 dir=$work/consumer-$1

@@ -17,7 +17,7 @@ const char* const kMainHelp =
     "Commands:\n"
     "  simulate   write a simulated sensor log and its ground truth\n"
     "  replay     feed a sensor log through the magcal plug-in, print a summary\n"
-    "  report     draw a replay's results as a PNG (needs python3-matplotlib)\n"
+    "  report     draw a replay's results as a PNG (needs python3-numpy, python3-matplotlib)\n"
     "  convert    turn other recordings (per-sensor or wide CSV files) into a sensor log\n"
     "\n"
     "'magcal COMMAND --help' describes each command; 'magcal --version' prints the version.\n"

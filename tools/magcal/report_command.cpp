@@ -79,12 +79,6 @@ std::string find_report_script() {
                          "../share/magcal/ or in the sources");
 }
 
-bool same_file(const std::string& a, const std::string& b) {
-    struct stat sa, sb;
-    return stat(a.c_str(), &sa) == 0 && stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
-           sa.st_ino == sb.st_ino;
-}
-
 }  // namespace
 
 int run_report(int argc, char** argv) {
@@ -126,10 +120,10 @@ int run_report(int argc, char** argv) {
         if (access(input->c_str(), R_OK) != 0) {
             throw InputError(*input + ": cannot open: " + std::strerror(errno));
         }
-        if (same_file(*input, output_path)) {
-            throw UsageError("-o " + output_path + " is the input " + *input);
-        }
     }
+    check_output_names({{"RESULTS", results_path}, {"--truth", truth_path},
+                        {"--softiron", softiron_path}},
+                       {{"-o", output_path}});
     if (python.empty()) {
         const char* env = std::getenv("MAGCAL_PYTHON");
         if (env != nullptr) python = env;

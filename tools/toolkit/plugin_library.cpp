@@ -2,6 +2,10 @@
 // load time and nothing of the plug-in leaks into the global namespace.
 #include "plugin_library.h"
 
+#ifndef MAGCAL_LIBDIR_FROM_BINDIR
+#define MAGCAL_LIBDIR_FROM_BINDIR "../lib"
+#endif
+
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -68,10 +72,13 @@ std::string PluginLibrary::default_path() {
     std::string dir(exe);
     dir.erase(dir.rfind('/') + 1);
     struct stat st;
-    const std::string beside_build = dir + "../libmagcal.so";
-    if (stat(beside_build.c_str(), &st) == 0) {
+    // The build tree keeps the plug-in one level up; an installed tool finds
+    // it in the library directory of its own prefix.
+    for (const std::string candidate :
+         {dir + "../libmagcal.so", dir + MAGCAL_LIBDIR_FROM_BINDIR "/libmagcal.so"}) {
+        if (stat(candidate.c_str(), &st) != 0) continue;
         char resolved[PATH_MAX];
-        return realpath(beside_build.c_str(), resolved) ? resolved : beside_build;
+        return realpath(candidate.c_str(), resolved) ? resolved : candidate;
     }
     return dir + "libmagcal.so";
 }
