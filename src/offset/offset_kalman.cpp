@@ -26,7 +26,10 @@
 #include <cmath>
 
 #include "magcal/magcal_algorithms.h"
+#include "matrix/matrix_ops.h"
 #include "offset/offset_kalman_state.h"
+
+namespace mx = magcal::matrix;
 
 namespace magcal::offset {
 
@@ -49,9 +52,9 @@ void place_block(Matrix6* dst, const Matrix6& block, int row0, int col0) {
 // scaled identities in the first two work matrices.
 void set_block_diagonal(Matrix6* dst, double upper, double lower) {
     auto& st = g_offset_kalman;
-    qvmtx_assign_6(dst, 6, 6, 0.0);
-    qvmtx_eye_muls_6(&st.work_a, 3, upper);
-    qvmtx_eye_muls_6(&st.work_b, 3, lower);
+    mx::assign(dst, 6, 6, 0.0);
+    mx::eye_muls(&st.work_a, 3, upper);
+    mx::eye_muls(&st.work_b, 3, lower);
     place_block(dst, st.work_a, 0, 0);
     place_block(dst, st.work_b, 3, 3);
 }
@@ -71,7 +74,7 @@ double sinc_series(double h) {
 // The 3x3 rotation carrying the field from the previous attitude into the
 // current one: the transpose of the direction-cosine matrix of q.
 void rotation_from_quaternion(Matrix6* dst, double q0, double q1, double q2, double q3) {
-    qvmtx_assign_6(dst, 3, 3, 0.0);
+    mx::assign(dst, 3, 3, 0.0);
     dst->data[0][0] = (2.0 * q0) * q0 + (2.0 * q1) * q1 - 1.0;
     dst->data[0][1] = (2.0 * q1) * q2 + (2.0 * q0) * q3;
     dst->data[0][2] = (2.0 * q1) * q3 - (2.0 * q0) * q2;
@@ -94,7 +97,7 @@ extern "C" {
 
 MAGCAL_API void func_Offset_Calibration_KF_init(const double prior_offset[3]) {
     auto& st = g_offset_kalman;
-    qvmtx_assign_6(&st.kf_xf, 6, 1, 30.0);
+    mx::assign(&st.kf_xf, 6, 1, 30.0);
     // Exact comparison: an all-zero prior keeps the 30.0 start, and a NaN
     // component counts as non-zero.
     if (prior_offset != nullptr &&
@@ -105,7 +108,7 @@ MAGCAL_API void func_Offset_Calibration_KF_init(const double prior_offset[3]) {
     off::set_block_diagonal(&st.kf_Pf0, off::kInitReadingVar, off::kInitOffsetVar);
     off::set_block_diagonal(&st.kf_Qf, off::kNoiseDensity, off::kNoiseDensity);
     off::set_block_diagonal(&st.kf_Qf0, off::kNoiseDensity, off::kNoiseDensity);
-    qvmtx_eye_muls_6(&st.kf_Rf, 3, off::kMeasurementVar);
+    mx::eye_muls(&st.kf_Rf, 3, off::kMeasurementVar);
 }
 
 // Back to the initial covariance and noise density; the state and the shapes
@@ -148,73 +151,73 @@ MAGCAL_API void func_Offset_Calibration_KF_v4(const double mag[3], const double 
 
     // F = [R, I3 - R; 0, I3].
     Matrix6 eye3;
-    qvmtx_eye_6(&eye3, 3);
+    mx::eye(&eye3, 3);
     Matrix6 transition;
-    qvmtx_assign_6(&transition, 6, 6, 0.0);
-    qvmtx_subm_6(&st.work_a, eye3, rot);
+    mx::assign(&transition, 6, 6, 0.0);
+    mx::subm(&st.work_a, eye3, rot);
     off::place_block(&transition, rot, 0, 0);
     off::place_block(&transition, st.work_a, 0, 3);
     off::place_block(&transition, eye3, 3, 3);
 
     // Predicted state.
-    qvmtx_mulm_6(&st.work_a, transition, st.kf_xf);
-    qvmtx_muls_6(&st.kf_xf, st.work_a, 1.0);
+    mx::mulm(&st.work_a, transition, st.kf_xf);
+    mx::muls(&st.kf_xf, st.work_a, 1.0);
 
     // H = [I3, 0]: the reading is measured, the offset only through the model.
     Matrix6 meas;
-    qvmtx_assign_6(&meas, 3, 6, 0.0);
+    mx::assign(&meas, 3, 6, 0.0);
     off::place_block(&meas, eye3, 0, 0);
 
     // Discrete process noise Qd = sym(dt.Q + (dt^2/2).(F.Q) + ((dt^2/2).Q^T).F^T).
     const double half_dt2 = (dt * 0.5) * dt;
-    qvmtx_muls_6(&st.work_a, st.kf_Qf, dt);
-    qvmtx_mulm_6(&st.work_b, transition, st.kf_Qf);
-    qvmtx_muls_6(&st.work_b, st.work_b, half_dt2);
-    qvmtx_addm_6(&st.work_a, st.work_a, st.work_b);
-    qvmtx_trans_6(&st.work_b, st.kf_Qf);
-    qvmtx_muls_6(&st.work_b, st.work_b, half_dt2);
-    qvmtx_trans_6(&st.work_c, transition);
-    qvmtx_mulm_6(&st.work_b, st.work_b, st.work_c);
-    qvmtx_addm_self_6(&st.work_a, st.work_b);
-    qvmtx_trans_6(&st.work_b, st.work_a);
-    qvmtx_addm_6(&st.work_a, st.work_a, st.work_b);
-    qvmtx_muls_6(&st.work_d, st.work_a, 0.5);
+    mx::muls(&st.work_a, st.kf_Qf, dt);
+    mx::mulm(&st.work_b, transition, st.kf_Qf);
+    mx::muls(&st.work_b, st.work_b, half_dt2);
+    mx::addm(&st.work_a, st.work_a, st.work_b);
+    mx::trans(&st.work_b, st.kf_Qf);
+    mx::muls(&st.work_b, st.work_b, half_dt2);
+    mx::trans(&st.work_c, transition);
+    mx::mulm(&st.work_b, st.work_b, st.work_c);
+    mx::addm_self(&st.work_a, st.work_b);
+    mx::trans(&st.work_b, st.work_a);
+    mx::addm(&st.work_a, st.work_a, st.work_b);
+    mx::muls(&st.work_d, st.work_a, 0.5);
 
     // Predicted covariance P = (F.P).F^T + Qd (work_c still holds F^T).
-    qvmtx_mulm_6(&st.work_a, transition, st.kf_Pf);
-    qvmtx_mulm_6(&st.work_a, st.work_a, st.work_c);
-    qvmtx_addm_6(&st.kf_Pf, st.work_a, st.work_d);
+    mx::mulm(&st.work_a, transition, st.kf_Pf);
+    mx::mulm(&st.work_a, st.work_a, st.work_c);
+    mx::addm(&st.kf_Pf, st.work_a, st.work_d);
 
     // Gain K = (P.H^T).S^-1 with S = (H.P).H^T + Rf.
-    qvmtx_mulm_6(&st.work_a, meas, st.kf_Pf);
-    qvmtx_trans_6(&st.work_b, meas);
-    qvmtx_mulm_6(&st.work_a, st.work_a, st.work_b);
-    qvmtx_addm_6(&st.work_a, st.work_a, st.kf_Rf);
-    qvmtx_inv_6(&st.work_a, st.work_a);
-    qvmtx_mulm_6(&st.work_c, st.kf_Pf, st.work_b);
+    mx::mulm(&st.work_a, meas, st.kf_Pf);
+    mx::trans(&st.work_b, meas);
+    mx::mulm(&st.work_a, st.work_a, st.work_b);
+    mx::addm(&st.work_a, st.work_a, st.kf_Rf);
+    mx::inv(&st.work_a, st.work_a);
+    mx::mulm(&st.work_c, st.kf_Pf, st.work_b);
     Matrix6 gain;
-    qvmtx_mulm_6(&gain, st.work_c, st.work_a);
+    mx::mulm(&gain, st.work_c, st.work_a);
 
     // State update with the innovation z - H.x.
     Matrix6 z;
-    qvmatrix_double_to_matrix_trans_6(&z, mag, 3);
-    qvmtx_mulm_6(&st.work_a, meas, st.kf_xf);
-    qvmtx_subm_6(&st.work_a, z, st.work_a);
-    qvmtx_mulm_6(&st.work_b, gain, st.work_a);
-    qvmtx_addm_self_6(&st.kf_xf, st.work_b);
+    mx::column_from_array(&z, mag, 3);
+    mx::mulm(&st.work_a, meas, st.kf_xf);
+    mx::subm(&st.work_a, z, st.work_a);
+    mx::mulm(&st.work_b, gain, st.work_a);
+    mx::addm_self(&st.kf_xf, st.work_b);
 
     // Joseph form keeps P symmetric and positive semi-definite:
     // P = ((I6 - K.H).P).(I6 - K.H)^T + (K.Rf).K^T.
-    qvmtx_mulm_6(&st.work_a, gain, meas);
-    qvmtx_eye_6(&st.work_b, 6);
-    qvmtx_subm_6(&st.work_b, st.work_b, st.work_a);
-    qvmtx_mulm_6(&st.work_a, st.work_b, st.kf_Pf);
-    qvmtx_trans_6(&st.work_c, st.work_b);
-    qvmtx_mulm_6(&st.work_a, st.work_a, st.work_c);
-    qvmtx_mulm_6(&st.work_b, gain, st.kf_Rf);
-    qvmtx_trans_6(&st.work_c, gain);
-    qvmtx_mulm_6(&st.work_b, st.work_b, st.work_c);
-    qvmtx_addm_6(&st.kf_Pf, st.work_a, st.work_b);
+    mx::mulm(&st.work_a, gain, meas);
+    mx::eye(&st.work_b, 6);
+    mx::subm(&st.work_b, st.work_b, st.work_a);
+    mx::mulm(&st.work_a, st.work_b, st.kf_Pf);
+    mx::trans(&st.work_c, st.work_b);
+    mx::mulm(&st.work_a, st.work_a, st.work_c);
+    mx::mulm(&st.work_b, gain, st.kf_Rf);
+    mx::trans(&st.work_c, gain);
+    mx::mulm(&st.work_b, st.work_b, st.work_c);
+    mx::addm(&st.kf_Pf, st.work_a, st.work_b);
 
     // The radius refers to the updated offset.
     const double b0 = st.kf_xf.data[3][0];
