@@ -19,28 +19,20 @@
 //
 // Every matrix intermediate runs through the process-wide scratch matrices;
 // a destination may be one of its own sources. Nothing is allocated.
+#include "ekf/nine_state_step.h"
+
 #include <cmath>
 
 #include "ekf/block_copy.h"
+#include "ekf/nine_state_constants.h"
 #include "ekf/nine_state_state.h"
+#include "matrix/fast_path.h"
 #include "matrix/matrix_ops.h"
 
 namespace mx = magcal::matrix;
 
 namespace magcal::ekf {
 namespace {
-
-constexpr double kDivisorFloor = 9.999999974752427e-07;  // 1e-6f widened: smallest divisor
-constexpr double kGravity = 9.789999961853027;           // 9.79f widened [m/s^2]
-// 0.1f widened: |1 - |az|/|a|| below this counts as lying flat
-constexpr double kFlatTolerance = 0.10000000149011612;
-constexpr double kRadToDeg = 57.29577951308238;     // 180/pi as tuned (literal kept)
-constexpr double kDegToRad = 0.017453277777777776;  // 3.14159/180, deliberately not pi/180
-
-// Divisors in [0, 1e-6] are raised to 1e-6; negative and NaN pass unchanged.
-double guarded(double d) {
-    return (d >= 0.0 && d <= kDivisorFloor) ? kDivisorFloor : d;
-}
 
 // Omega(w), the 4x4 matrix with q_dot = 0.5 * Omega(w) * q for body rates.
 void set_omega(Matrix9* dst, const double w[3]) {
@@ -71,14 +63,10 @@ void put_twice_cross_matrix(NineStateFilter& f, Matrix9* dst, const double v[3],
 }  // namespace
 }  // namespace magcal::ekf
 
-extern "C" MAGCAL_API void QvGyroCal_9_states(double q[4], double mag_corr_out[3],
-                                              double bias_corr_out[3], const double mag[3],
-                                              const double acc[3], const double gyro[3],
-                                              const double gyro_prev[3], double dt) {
-    using namespace magcal::ekf;
-    if (q == nullptr || mag_corr_out == nullptr || bias_corr_out == nullptr || mag == nullptr ||
-        acc == nullptr || gyro == nullptr || gyro_prev == nullptr)
-        return;
+void magcal::ekf::nine_state_step_plain(double q[4], double mag_corr_out[3],
+                                        double bias_corr_out[3], const double mag[3],
+                                        const double acc[3], const double gyro[3],
+                                        const double gyro_prev[3], double dt) {
     NineStateFilter& f = g_nine_state;
 
     // Set-up: error state and innovation start at zero every step.
@@ -247,4 +235,20 @@ extern "C" MAGCAL_API void QvGyroCal_9_states(double q[4], double mag_corr_out[3
         bias_corr_out[i] = x[3 + i];
         mag_corr_out[i] = x[6 + i];
     }
+}
+
+extern "C" MAGCAL_API void QvGyroCal_9_states(double q[4], double mag_corr_out[3],
+                                              double bias_corr_out[3], const double mag[3],
+                                              const double acc[3], const double gyro[3],
+                                              const double gyro_prev[3], double dt) {
+    using namespace magcal::ekf;
+    if (q == nullptr || mag_corr_out == nullptr || bias_corr_out == nullptr || mag == nullptr ||
+        acc == nullptr || gyro == nullptr || gyro_prev == nullptr)
+        return;
+    // The specialised step gives the same bits for a fraction of the work; it
+    // declines, having changed nothing, whenever an operand is not finite.
+    if (magcal::fast_path_enabled() &&
+        nine_state_step_fast(q, mag_corr_out, bias_corr_out, mag, acc, gyro, gyro_prev, dt))
+        return;
+    nine_state_step_plain(q, mag_corr_out, bias_corr_out, mag, acc, gyro, gyro_prev, dt);
 }

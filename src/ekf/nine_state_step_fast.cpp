@@ -1,0 +1,409 @@
+// The nine-state filter step specialised to the structure of its matrices.
+//
+// The plain step (nine_state_step.cpp) is the model as written: every
+// product a whole 9x9 operation. Most of those multiply-adds meet a zero
+// that is there by construction: F = [[-[w x], -0.5 I3, 0], [0, 0, 0],
+// [0, 0, 0]], so Phi is the identity below its first three rows; H =
+// [[2[g x], 0, 0], [2[p x], 0, I3]]; I - K H keeps the identity in columns
+// 3-5; Q and R are diagonal. This step computes each element of each product
+// from its non-zero terms only, in the plain order, with the plain leading
+// 0.0 (see matrix/row_kernels.h for why that is exact), and keeps every
+// intermediate in local arrays instead of the scratch records. It runs only
+// when its operands and the intermediates that meet a skipped zero are
+// finite, Q and R are diagonal and the shapes are the initialised ones;
+// otherwise it declines and the plain step runs. The differential tests in
+// tests/ekf/nine_state_fast_test.cpp hold the two to the same bits.
+//
+// Units as in the plain step: rate [rad/s], acc [m/s^2], field [uT], time
+// step [s], dip [deg].
+#include <cmath>
+
+#include "ekf/nine_state_constants.h"
+#include "ekf/nine_state_state.h"
+#include "ekf/nine_state_step.h"
+#include "matrix/row_kernels.h"
+
+namespace magcal::ekf {
+namespace {
+
+using matrix::FiniteCheck;
+using matrix::RowSum;
+
+// Omega(w) as the plain step builds it: zeros, then the rate components.
+void set_omega(double m[4][4], const double w[3]) {
+    const double wx = w[0], wy = w[1], wz = w[2];
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j) m[i][j] = 0.0;
+    m[0][1] = -wx;
+    m[0][2] = -wy;
+    m[0][3] = -wz;
+    m[1][0] = wx;
+    m[1][2] = wz;
+    m[1][3] = -wy;
+    m[2][0] = wy;
+    m[2][1] = -wz;
+    m[2][3] = wx;
+    m[3][0] = wz;
+    m[3][1] = wy;
+    m[3][2] = -wx;
+}
+
+// [v x] scaled by s as the plain step forms it: 0.0 + s * element, the
+// diagonal an exact +0.0.
+void scaled_cross_matrix(double m[3][3], const double v[3], double s) {
+    const double c[3][3] = {{0.0, -v[2], v[1]}, {v[2], 0.0, -v[0]}, {-v[1], v[0], 0.0}};
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) m[i][j] = 0.0 + s * c[i][j];
+}
+
+// Theta = I4 + (0.75 dt) W1 - (0.25 dt) W0 - (s/6) I4 - (s dt/48) W1
+// - (dt^2/24) W1 W0, element by element as the plain chain of operations.
+void propagation_matrix(double th[4][4], const double w1[4][4], const double w0[4][4], double s,
+                        double dt) {
+    const double c1 = 0.75 * dt;
+    const double c0 = 0.25 * dt;
+    const double cs = s / 6;
+    const double csdt = s * dt / 48;
+    const double cdd = dt * dt / 24;
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j) {
+            double prod = 0.0;  // (W1 W0)[i][j]; both diagonals are structural zeros
+            for (int k = 0; k < 4; ++k)
+                if (k != i && k != j) prod += w1[i][k] * w0[k][j];
+            double t = i == j ? 1.0 : 0.0;
+            t = 0.0 + (t + (0.0 + c1 * w1[i][j]));
+            t = 0.0 + (t - (0.0 + c0 * w0[i][j]));
+            t = 0.0 + (t - (i == j ? 0.0 + cs : 0.0));
+            t = 0.0 + (t - (0.0 + csdt * w1[i][j]));
+            th[i][j] = 0.0 + (t - (0.0 + cdd * prod));
+        }
+}
+
+double norm4(const double v[4]) {
+    double sum = 0.0;
+    for (int i = 0; i < 4; ++i) sum += v[i] * v[i];
+    return std::sqrt(sum);
+}
+
+double norm3(const double v[3]) {
+    double sum = 0.0;
+    for (int i = 0; i < 3; ++i) sum += v[i] * v[i];
+    return std::sqrt(sum);
+}
+
+// The non-zero block of the discrete transition, Phi rows 0-2, columns 0-5;
+// the rest of Phi is the identity.
+void transition_block(double phi[3][6], const double f[3][6], double dt) {
+    const double c = dt * dt * 0.5;
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 6; ++j) {
+            // (F F)[i][j]: only F's first three rows are non-zero.
+            double ff = 0.0;
+            for (int k = 0; k < 3; ++k) ff += f[i][k] * f[k][j];
+            const double id = i == j ? 1.0 : 0.0;
+            const double first = 0.0 + (id + (0.0 + dt * f[i][j]));
+            phi[i][j] = 0.0 + (first + (0.0 + c * ff));
+        }
+}
+
+// Qd = 0.5 (A + A^T), A = dt Q + h F Q + h Q F^T with Q diagonal. A is zero
+// outside its leading 6x6 block and the diagonal, and so is Qd.
+void discrete_noise(double qd[9][9], const double f[3][6], const Matrix9& q, double dt) {
+    const double h = dt * 0.5 * dt;
+    auto f_at = [&](int i, int j) { return i < 3 && j < 6 ? f[i][j] : 0.0; };
+    auto a_at = [&](int i, int j) {
+        const double fq = 0.0 + f_at(i, j) * q.data[j][j];
+        const double qft = 0.0 + q.data[i][i] * (0.0 + f_at(j, i));
+        const double first = 0.0 + ((0.0 + dt * q.data[i][j]) + (0.0 + h * fq));
+        return 0.0 + (first + (0.0 + h * qft));
+    };
+    double a[9][9] = {};
+    for (int i = 0; i < 6; ++i)
+        for (int j = 0; j < 6; ++j) a[i][j] = a_at(i, j);
+    for (int i = 6; i < 9; ++i) a[i][i] = a_at(i, i);
+    for (int i = 0; i < 9; ++i)
+        for (int j = 0; j < 9; ++j) qd[i][j] = 0.0 + 0.5 * (0.0 + (a[i][j] + (0.0 + a[j][i])));
+}
+
+// Gauss-Jordan without pivot search, as the plain inverse: the same
+// operations on the result, in the same order, and a zero pivot leaves the
+// partial result. Columns of the work matrix that are never read again are
+// not updated.
+void invert6(double inv[6][6], const double s[6][6]) {
+    double work[6][6];
+    for (int i = 0; i < 6; ++i)
+        for (int j = 0; j < 6; ++j) {
+            work[i][j] = s[i][j];
+            inv[i][j] = i == j ? 1.0 : 0.0;
+        }
+    for (int k = 0; k < 6; ++k) {
+        const double p = work[k][k];
+        if (p == 0.0) return;
+        for (int j = k + 1; j < 6; ++j) work[k][j] = work[k][j] / p;
+        for (int j = 0; j < 6; ++j) inv[k][j] = inv[k][j] / p;
+        for (int i = 0; i < 6; ++i) {
+            if (i == k) continue;
+            const double f = work[i][k];
+            for (int j = k + 1; j < 6; ++j) work[i][j] = work[i][j] - f * work[k][j];
+            for (int j = 0; j < 6; ++j) inv[i][j] = inv[i][j] - f * inv[k][j];
+        }
+    }
+}
+
+}  // namespace
+
+bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_corr_out[3],
+                          const double mag[3], const double acc[3], const double gyro[3],
+                          const double gyro_prev[3], double dt) {
+    NineStateFilter& st = g_nine_state;
+    const Matrix9& p_old = st.ns_P;
+    const Matrix9& q_noise = st.ns_Q;
+    const Matrix9& r_noise = st.ns_R;
+    if (p_old.rows != 9 || p_old.cols != 9 || q_noise.rows != 9 || q_noise.cols != 9 ||
+        r_noise.rows != 6 || r_noise.cols != 6)
+        return false;
+    // The plain step writes q back half-way and reads its inputs after that.
+    if (matrix::overlap(q_io, 4, mag, 3) || matrix::overlap(q_io, 4, acc, 3) ||
+        matrix::overlap(q_io, 4, gyro, 3) || matrix::overlap(q_io, 4, gyro_prev, 3))
+        return false;
+    FiniteCheck inputs;
+    inputs.add(q_io, 4);
+    inputs.add(mag, 3);
+    inputs.add(acc, 3);
+    inputs.add(gyro, 3);
+    inputs.add(gyro_prev, 3);
+    inputs.add(dt);
+    inputs.add(st.ns_dip);
+    inputs.add(st.ns_dip_gain);
+    inputs.add(st.ns_lambda);
+    inputs.add(&p_old.data[0][0], 81);
+    inputs.add(&q_noise.data[0][0], 81);
+    inputs.add_rows(&r_noise.data[0][0], 6, 6, 9);
+    if (!inputs.all_finite() || !matrix::zero_off_diagonal(&q_noise.data[0][0], 9, 9) ||
+        !matrix::zero_off_diagonal(&r_noise.data[0][0], 6, 9))
+        return false;
+
+    // Quaternion propagation over the current and the previous rate.
+    double w1[4][4];
+    double w0[4][4];
+    set_omega(w1, gyro);
+    set_omega(w0, gyro_prev);
+    const double s = (gyro[0] * gyro[0] + gyro[1] * gyro[1] + gyro[2] * gyro[2]) * dt * dt;
+    double theta[4][4];
+    propagation_matrix(theta, w1, w0, s, dt);
+    double q[4];
+    for (int i = 0; i < 4; ++i) {
+        double sum = 0.0;
+        for (int k = 0; k < 4; ++k) sum += theta[i][k] * q_io[k];
+        q[i] = sum;
+    }
+    const double q_len = guarded(norm4(q));
+    for (double& v : q) v = v / q_len;
+
+    // F's non-zero rows 0-2, columns 0-5: -[w x] and -0.5 I3.
+    double f[3][6];
+    double minus_cross[3][3];
+    scaled_cross_matrix(minus_cross, gyro, -1.0);
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) {
+            f[i][j] = minus_cross[i][j];
+            f[i][3 + j] = i == j ? -0.5 : 0.0;
+        }
+    double phi[3][6];
+    transition_block(phi, f, dt);
+    double qd[9][9];
+    discrete_noise(qd, f, q_noise, dt);
+
+    // P = (Phi P) Phi^T + Qd. Rows 3-8 of Phi P are 0.0 + P.
+    double phi_p[9][9];
+    FiniteCheck meets_zero;
+    for (int i = 0; i < 3; ++i) {
+        RowSum<9> row;
+        for (int k = 0; k < 6; ++k) row.add(phi[i][k], p_old.data[k]);
+        row.store(phi_p[i]);
+        meets_zero.add(phi_p[i], 9);
+    }
+    for (int i = 3; i < 9; ++i)
+        for (int j = 0; j < 9; ++j) phi_p[i][j] = 0.0 + p_old.data[i][j];
+    double phi_t[6][3];  // Phi^T rows 0-5, columns 0-2
+    for (int k = 0; k < 6; ++k)
+        for (int j = 0; j < 3; ++j) phi_t[k][j] = phi[j][k];
+    double p[9][9];
+    for (int i = 0; i < 9; ++i) {
+        RowSum<3> left;
+        for (int k = 0; k < 6; ++k) left.add(phi_p[i][k], phi_t[k]);
+        left.store(p[i]);
+        for (int j = 3; j < 9; ++j) p[i][j] = 0.0 + phi_p[i][j];
+        for (int j = 0; j < 9; ++j) p[i][j] = 0.0 + (p[i][j] + qd[i][j]);
+        meets_zero.add(p[i], 9);
+    }
+
+    // C(q), navigation -> body, of the propagated quaternion.
+    const double q0 = q[0], q1 = q[1], q2 = q[2], q3 = q[3];
+    double c[3][3];
+    c[0][0] = 2 * q0 * q0 + 2 * q1 * q1 - 1;
+    c[0][1] = 2 * q1 * q2 + 2 * q0 * q3;
+    c[0][2] = 2 * q1 * q3 - 2 * q0 * q2;
+    c[1][0] = 2 * q1 * q2 - 2 * q0 * q3;
+    c[1][1] = 2 * q0 * q0 + 2 * q2 * q2 - 1;
+    c[1][2] = 2 * q2 * q3 + 2 * q0 * q1;
+    c[2][0] = 2 * q1 * q3 + 2 * q0 * q2;
+    c[2][1] = 2 * q2 * q3 - 2 * q0 * q1;
+    c[2][2] = 2 * q0 * q0 + 2 * q3 * q3 - 1;
+
+    // Dip re-estimate while flat.
+    double dip = st.ns_dip;
+    const double acc_len = norm3(acc);
+    if (std::fabs(1 - std::fabs(acc[2] / acc_len)) < kFlatTolerance) {
+        const double cross[3] = {0.0 + (acc[1] * mag[2] - acc[2] * mag[1]),
+                                 0.0 + (acc[2] * mag[0] - acc[0] * mag[2]),
+                                 0.0 + (acc[0] * mag[1] - acc[1] * mag[0])};
+        double sin_angle = norm3(cross) / norm3(mag) / acc_len;
+        if (std::fabs(sin_angle) > 1) sin_angle = sin_angle > 1 ? 1.0 : -1.0;
+        dip = st.ns_dip_gain * (90 - std::asin(sin_angle) * kRadToDeg) + (1 - st.ns_dip_gain) * dip;
+    }
+    const double cos_dip = std::cos(dip * kDegToRad);
+    const double sin_dip = std::sin(dip * kDegToRad);
+
+    // Measurement model: H = [[2[g x], 0, 0], [2[pr x], 0, I3]]; its left
+    // 6x3 block is h_left.
+    const double g[3] = {kGravity * c[0][2], kGravity * c[1][2], kGravity * c[2][2]};
+    const double mag_len = norm3(mag);
+    double pr[3];
+    for (int i = 0; i < 3; ++i) {
+        const double unit = c[i][0] * 0.0 + c[i][1] * cos_dip - c[i][2] * sin_dip;
+        pr[i] = mag_len * unit;
+    }
+    double h_left[6][3];
+    scaled_cross_matrix(h_left, g, 2.0);
+    scaled_cross_matrix(h_left + 3, pr, 2.0);
+    double z[6];
+    for (int i = 0; i < 3; ++i) {
+        z[i] = acc[i] - g[i];
+        z[3 + i] = mag[i] - pr[i];
+    }
+    double h_t[3][6];  // H^T rows 0-2
+    for (int k = 0; k < 3; ++k)
+        for (int j = 0; j < 6; ++j) h_t[k][j] = h_left[j][k];
+
+    // S = (H P) H^T + lambda R.
+    double hp[6][9];
+    for (int i = 0; i < 6; ++i) {
+        RowSum<9> row;
+        for (int k = 0; k < 3; ++k)
+            if (k != i % 3) row.add(h_left[i][k], p[k]);
+        if (i >= 3) row.add(1.0, p[6 + i - 3]);
+        row.store(hp[i]);
+        meets_zero.add(hp[i], 9);
+    }
+    double s_mat[6][6];
+    for (int i = 0; i < 6; ++i) {
+        RowSum<6> row;
+        for (int k = 0; k < 3; ++k) row.add(hp[i][k], h_t[k]);
+        for (int k = 6; k < 9; ++k) row.add_at(k - 3, hp[i][k]);
+        row.store(s_mat[i]);
+        for (int j = 0; j < 6; ++j)
+            s_mat[i][j] = 0.0 + (s_mat[i][j] + (0.0 + st.ns_lambda * r_noise.data[i][j]));
+    }
+    double s_inv[6][6];
+    invert6(s_inv, s_mat);  // a singular S leaves a partial result, used as is
+
+    // K = (P H^T) S^-1 and x = K z.
+    double k_gain[9][6];
+    double x[9];
+    for (int i = 0; i < 9; ++i) {
+        RowSum<6> pht;
+        for (int k = 0; k < 3; ++k) pht.add(p[i][k], h_t[k]);
+        for (int k = 6; k < 9; ++k) pht.add_at(k - 3, p[i][k]);
+        double pht_row[6];
+        pht.store(pht_row);
+        RowSum<6> row;
+        for (int k = 0; k < 6; ++k) row.add(pht_row[k], s_inv[k]);
+        row.store(k_gain[i]);
+        meets_zero.add(k_gain[i], 6);
+        double sum = 0.0;
+        for (int k = 0; k < 6; ++k) sum += k_gain[i][k] * z[k];
+        x[i] = sum;
+    }
+    if (!meets_zero.all_finite()) return false;
+
+    // A = I - K H: columns 0-2 and 6-8; columns 3-5 stay the identity's.
+    double a[9][9];
+    for (int i = 0; i < 9; ++i) {
+        RowSum<3> kh;
+        for (int k = 0; k < 6; ++k) kh.add(k_gain[i][k], h_left[k]);
+        double kh_row[3];
+        kh.store(kh_row);
+        for (int j = 0; j < 3; ++j) {
+            const double id = i == j ? 1.0 : 0.0;
+            a[i][j] = 0.0 + (id - kh_row[j]);
+            a[i][3 + j] = i == 3 + j ? 1.0 : 0.0;
+            a[i][6 + j] = 0.0 + ((i == 6 + j ? 1.0 : 0.0) - (0.0 + k_gain[i][3 + j]));
+        }
+    }
+    double a_t[9][9];
+    for (int i = 0; i < 9; ++i)
+        for (int j = 0; j < 9; ++j) a_t[j][i] = a[i][j];
+
+    // Joseph form: P = (A P) A^T + (K R) K^T, then the fading division.
+    FiniteCheck ap_check;
+    double ap[9][9];
+    for (int i = 0; i < 9; ++i) {
+        RowSum<9> row;
+        for (int k = 0; k < 3; ++k) row.add(a[i][k], p[k]);
+        if (i >= 3 && i < 6) row.add(1.0, p[i]);
+        for (int k = 6; k < 9; ++k) row.add(a[i][k], p[k]);
+        row.store(ap[i]);
+        ap_check.add(ap[i], 9);
+    }
+    if (!ap_check.all_finite()) return false;
+    double k_t[6][9];
+    double kr[9][6];
+    for (int i = 0; i < 9; ++i)
+        for (int j = 0; j < 6; ++j) {
+            k_t[j][i] = k_gain[i][j];
+            kr[i][j] = 0.0 + k_gain[i][j] * r_noise.data[j][j];
+        }
+    const double fading = guarded(st.ns_lambda);
+    double p_new[9][9];
+    for (int i = 0; i < 9; ++i) {
+        RowSum<9> apat;
+        for (int k = 0; k < 3; ++k) apat.add(ap[i][k], a_t[k]);
+        for (int k = 3; k < 6; ++k) apat.add_at(k, ap[i][k]);
+        for (int k = 6; k < 9; ++k) apat.add(ap[i][k], a_t[k]);
+        RowSum<9> krkt;
+        for (int k = 0; k < 6; ++k) krkt.add(kr[i][k], k_t[k]);
+        double first[9];
+        double second[9];
+        apat.store(first);
+        krkt.store(second);
+        for (int j = 0; j < 9; ++j) p_new[i][j] = (0.0 + (first[j] + second[j])) / fading;
+    }
+
+    // Fold the attitude error into q on the body side: q (x) (1, x0, x1, x2).
+    const double q_scale = guarded(norm4(q));
+    double u[4];
+    for (int i = 0; i < 4; ++i) u[i] = 0.0 + q[i] / q_scale;
+    const double d[4] = {1.0, x[0], x[1], x[2]};
+    double r[4];
+    r[0] = u[0] * d[0] - u[1] * d[1] - u[2] * d[2] - u[3] * d[3];
+    r[1] = u[1] * d[0] + u[0] * d[1] - u[3] * d[2] + u[2] * d[3];
+    r[2] = u[2] * d[0] + u[3] * d[1] + u[0] * d[2] - u[1] * d[3];
+    r[3] = u[3] * d[0] - u[2] * d[1] + u[1] * d[2] + u[0] * d[3];
+    const double r_len = norm4(r);
+    const double r_scale = guarded(r_len);
+
+    // Commit: the state, then the caller's arrays in the plain order.
+    for (int i = 0; i < 9; ++i)
+        for (int j = 0; j < 9; ++j) st.ns_P.data[i][j] = p_new[i][j];
+    st.ns_dip = dip;
+    st.ns_norm = r_len;
+    for (int i = 0; i < 4; ++i) q_io[i] = r[i] / r_scale;
+    for (int i = 0; i < 3; ++i) {
+        bias_corr_out[i] = x[3 + i];
+        mag_corr_out[i] = x[6 + i];
+    }
+    return true;
+}
+
+}  // namespace magcal::ekf
