@@ -21,6 +21,7 @@
 #include "ekf/nine_state_constants.h"
 #include "ekf/nine_state_state.h"
 #include "ekf/nine_state_step.h"
+#include "matrix/inverse_kernel.h"
 #include "matrix/row_kernels.h"
 
 namespace magcal::ekf {
@@ -106,47 +107,35 @@ void transition_block(double phi[3][6], const double f[3][6], double dt) {
         }
 }
 
-// Qd = 0.5 (A + A^T), A = dt Q + h F Q + h Q F^T with Q diagonal. A is zero
-// outside its leading 6x6 block and the diagonal, and so is Qd.
-void discrete_noise(double qd[9][9], const double f[3][6], const Matrix9& q, double dt) {
+// Qd = 0.5 (A + A^T), A = dt Q + h F Q + h Q F^T with Q diagonal. A, and so
+// Qd, is +0.0 outside its leading 6x6 block and the diagonal: qd holds that
+// block, qd_tail the diagonal elements 6-8.
+void discrete_noise(double qd[6][6], double qd_tail[3], const double f[3][6], const Matrix9& q,
+                    double dt) {
     const double h = dt * 0.5 * dt;
-    auto f_at = [&](int i, int j) { return i < 3 && j < 6 ? f[i][j] : 0.0; };
-    auto a_at = [&](int i, int j) {
-        const double fq = 0.0 + f_at(i, j) * q.data[j][j];
-        const double qft = 0.0 + q.data[i][i] * (0.0 + f_at(j, i));
-        const double first = 0.0 + ((0.0 + dt * q.data[i][j]) + (0.0 + h * fq));
-        return 0.0 + (first + (0.0 + h * qft));
-    };
-    double a[9][9] = {};
-    for (int i = 0; i < 6; ++i)
-        for (int j = 0; j < 6; ++j) a[i][j] = a_at(i, j);
-    for (int i = 6; i < 9; ++i) a[i][i] = a_at(i, i);
-    for (int i = 0; i < 9; ++i)
-        for (int j = 0; j < 9; ++j) qd[i][j] = 0.0 + 0.5 * (0.0 + (a[i][j] + (0.0 + a[j][i])));
-}
-
-// Gauss-Jordan without pivot search, as the plain inverse: the same
-// operations on the result, in the same order, and a zero pivot leaves the
-// partial result. Columns of the work matrix that are never read again are
-// not updated.
-void invert6(double inv[6][6], const double s[6][6]) {
-    double work[6][6];
-    for (int i = 0; i < 6; ++i)
+    double f6[6][6] = {};   // F's leading block
+    double f6t[6][6] = {};  // its transpose as the plain transposition forms it
+    double q_diag[6];
+    for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 6; ++j) {
-            work[i][j] = s[i][j];
-            inv[i][j] = i == j ? 1.0 : 0.0;
+            f6[i][j] = f[i][j];
+            f6t[j][i] = 0.0 + f[i][j];
         }
-    for (int k = 0; k < 6; ++k) {
-        const double p = work[k][k];
-        if (p == 0.0) return;
-        for (int j = k + 1; j < 6; ++j) work[k][j] = work[k][j] / p;
-        for (int j = 0; j < 6; ++j) inv[k][j] = inv[k][j] / p;
-        for (int i = 0; i < 6; ++i) {
-            if (i == k) continue;
-            const double f = work[i][k];
-            for (int j = k + 1; j < 6; ++j) work[i][j] = work[i][j] - f * work[k][j];
-            for (int j = 0; j < 6; ++j) inv[i][j] = inv[i][j] - f * inv[k][j];
-        }
+    for (int i = 0; i < 6; ++i) q_diag[i] = q.data[i][i];
+    auto a_element = [h, dt](double q_ij, double f_ij, double q_jj, double q_ii, double ft_ij) {
+        const double first = 0.0 + ((0.0 + dt * q_ij) + (0.0 + h * (0.0 + f_ij * q_jj)));
+        return 0.0 + (first + (0.0 + h * (0.0 + q_ii * ft_ij)));
+    };
+    double a[6][6];
+    for (int i = 0; i < 6; ++i)
+        for (int j = 0; j < 6; ++j)
+            a[i][j] = a_element(q.data[i][j], f6[i][j], q_diag[j], q_diag[i], f6t[i][j]);
+    for (int i = 0; i < 6; ++i)
+        for (int j = 0; j < 6; ++j) qd[i][j] = 0.0 + 0.5 * (0.0 + (a[i][j] + (0.0 + a[j][i])));
+    for (int m = 0; m < 3; ++m) {
+        const double q_ii = q.data[6 + m][6 + m];
+        const double a_ii = a_element(q_ii, 0.0, q_ii, q_ii, 0.0);
+        qd_tail[m] = 0.0 + 0.5 * (0.0 + (a_ii + (0.0 + a_ii)));
     }
 }
 
@@ -166,21 +155,20 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
     if (matrix::overlap(q_io, 4, mag, 3) || matrix::overlap(q_io, 4, acc, 3) ||
         matrix::overlap(q_io, 4, gyro, 3) || matrix::overlap(q_io, 4, gyro_prev, 3))
         return false;
+    // P itself needs no check of its own: every element reaches Phi P or the
+    // predicted P, which are checked below.
     FiniteCheck inputs;
-    inputs.add(q_io, 4);
-    inputs.add(mag, 3);
-    inputs.add(acc, 3);
-    inputs.add(gyro, 3);
-    inputs.add(gyro_prev, 3);
+    inputs.add<4>(q_io);
+    inputs.add<3>(mag);
+    inputs.add<3>(acc);
+    inputs.add<3>(gyro);
+    inputs.add<3>(gyro_prev);
     inputs.add(dt);
     inputs.add(st.ns_dip);
     inputs.add(st.ns_dip_gain);
     inputs.add(st.ns_lambda);
-    inputs.add(&p_old.data[0][0], 81);
-    inputs.add(&q_noise.data[0][0], 81);
-    inputs.add_rows(&r_noise.data[0][0], 6, 6, 9);
-    if (!inputs.all_finite() || !matrix::zero_off_diagonal(&q_noise.data[0][0], 9, 9) ||
-        !matrix::zero_off_diagonal(&r_noise.data[0][0], 6, 9))
+    if (!inputs.all_finite() || !matrix::diagonal_and_finite<9, 9>(&q_noise.data[0][0]) ||
+        !matrix::diagonal_and_finite<6, 9>(&r_noise.data[0][0]))
         return false;
 
     // Quaternion propagation over the current and the previous rate.
@@ -211,8 +199,9 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
         }
     double phi[3][6];
     transition_block(phi, f, dt);
-    double qd[9][9];
-    discrete_noise(qd, f, q_noise, dt);
+    double qd[6][6];
+    double qd_tail[3];
+    discrete_noise(qd, qd_tail, f, q_noise, dt);
 
     // P = (Phi P) Phi^T + Qd. Rows 3-8 of Phi P are 0.0 + P.
     double phi_p[9][9];
@@ -221,21 +210,25 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
         RowSum<9> row;
         for (int k = 0; k < 6; ++k) row.add(phi[i][k], p_old.data[k]);
         row.store(phi_p[i]);
-        meets_zero.add(phi_p[i], 9);
+        meets_zero.add(row);
     }
     for (int i = 3; i < 9; ++i)
         for (int j = 0; j < 9; ++j) phi_p[i][j] = 0.0 + p_old.data[i][j];
     double phi_t[6][3];  // Phi^T rows 0-5, columns 0-2
     for (int k = 0; k < 6; ++k)
         for (int j = 0; j < 3; ++j) phi_t[k][j] = phi[j][k];
+    // Adding Qd's +0.0 elements would change nothing: these sums are never -0.0.
     double p[9][9];
     for (int i = 0; i < 9; ++i) {
         RowSum<3> left;
         for (int k = 0; k < 6; ++k) left.add(phi_p[i][k], phi_t[k]);
         left.store(p[i]);
         for (int j = 3; j < 9; ++j) p[i][j] = 0.0 + phi_p[i][j];
-        for (int j = 0; j < 9; ++j) p[i][j] = 0.0 + (p[i][j] + qd[i][j]);
-        meets_zero.add(p[i], 9);
+        if (i < 6)
+            for (int j = 0; j < 6; ++j) p[i][j] = 0.0 + (p[i][j] + qd[i][j]);
+        else
+            p[i][i] = 0.0 + (p[i][i] + qd_tail[i - 6]);
+        meets_zero.add<9>(p[i]);
     }
 
     // C(q), navigation -> body, of the propagated quaternion.
@@ -294,7 +287,7 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
             if (k != i % 3) row.add(h_left[i][k], p[k]);
         if (i >= 3) row.add(1.0, p[6 + i - 3]);
         row.store(hp[i]);
-        meets_zero.add(hp[i], 9);
+        meets_zero.add(row);
     }
     double s_mat[6][6];
     for (int i = 0; i < 6; ++i) {
@@ -306,7 +299,8 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
             s_mat[i][j] = 0.0 + (s_mat[i][j] + (0.0 + st.ns_lambda * r_noise.data[i][j]));
     }
     double s_inv[6][6];
-    invert6(s_inv, s_mat);  // a singular S leaves a partial result, used as is
+    matrix::invert_without_pivoting<6>(s_inv,
+                                       s_mat);  // a singular S leaves a partial result, used as is
 
     // K = (P H^T) S^-1 and x = K z.
     double k_gain[9][6];
@@ -320,7 +314,7 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
         RowSum<6> row;
         for (int k = 0; k < 6; ++k) row.add(pht_row[k], s_inv[k]);
         row.store(k_gain[i]);
-        meets_zero.add(k_gain[i], 6);
+        meets_zero.add(row);
         double sum = 0.0;
         for (int k = 0; k < 6; ++k) sum += k_gain[i][k] * z[k];
         x[i] = sum;
@@ -354,7 +348,7 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
         if (i >= 3 && i < 6) row.add(1.0, p[i]);
         for (int k = 6; k < 9; ++k) row.add(a[i][k], p[k]);
         row.store(ap[i]);
-        ap_check.add(ap[i], 9);
+        ap_check.add(row);
     }
     if (!ap_check.all_finite()) return false;
     double k_t[6][9];

@@ -66,33 +66,57 @@ struct RowSum {
 class FiniteCheck {
   public:
     void add(double v) { tail_ += v - v; }
-    void add(const double* v, int n) {
-        int i = 0;
-        for (; i + 1 < n; i += 2) {
+    template <int N>
+    void add(const double* v) {
+#pragma GCC unroll 64
+        for (int i = 0; i + 1 < N; i += 2) {
             const Pair p = load_pair(v + i);
             acc_ += p - p;
         }
-        if (i < n) add(v[i]);
+        if (N % 2 == 1) add(v[N - 1]);
     }
-    // Rows of a record with a row stride.
-    void add_rows(const double* first, int rows, int cols, int stride) {
-        for (int i = 0; i < rows; ++i) add(first + i * stride, cols);
+    // The elements of a row still held in its accumulators.
+    template <int N>
+    void add(const RowSum<N>& row) {
+        for (int j = 0; j < N / 2; ++j) acc_ += row.pair[j] - row.pair[j];
+        if (N % 2 == 1) add(row.last);
     }
-    bool all_finite() const { return acc_[0] + acc_[1] + tail_ == 0.0; }
+    bool all_finite() const {
+        return acc_[0] + acc_[1] + tail_ == 0.0;
+    }
 
   private:
     Pair acc_ = {0.0, 0.0};
     double tail_ = 0.0;
 };
 
-// Whether an n x n block (row stride `stride`) holds zeros, of either sign,
-// everywhere off its diagonal.
-inline bool zero_off_diagonal(const double* m, int n, int stride) {
-    bool nonzero = false;
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < n; ++j)
-            if (i != j) nonzero |= m[i * stride + j] != 0.0;
-    return !nonzero;
+// Whether the leading n x n block of a record with row stride S is diagonal
+// with a finite diagonal: every off-diagonal element a zero of either sign.
+// Each row is multiplied by a mask that is 1 off the diagonal and 0 on it,
+// so a non-zero off-diagonal element stays non-zero and an infinite or NaN
+// diagonal element becomes NaN; either compares unequal to zero.
+template <int n, int S>
+bool diagonal_and_finite(const double* m) {
+    using Mask = long long __attribute__((vector_size(16)));
+    Mask nonzero = {0, 0};
+    bool last_nonzero = false;
+    double last_diagonal = 0.0;
+#pragma GCC unroll 16
+    for (int i = 0; i < n; ++i) {
+#pragma GCC unroll 8
+        for (int j = 0; j + 1 < n; j += 2) {
+            const Pair mask = {i == j ? 0.0 : 1.0, i == j + 1 ? 0.0 : 1.0};
+            nonzero |= (load_pair(m + i * S + j) * mask) != Pair{0.0, 0.0};
+        }
+        if (n % 2 == 1) {
+            const double v = m[i * S + n - 1];
+            if (i == n - 1)
+                last_diagonal = v - v;
+            else
+                last_nonzero |= v != 0.0;
+        }
+    }
+    return nonzero[0] == 0 && nonzero[1] == 0 && !last_nonzero && last_diagonal == 0.0;
 }
 
 // Whether two arrays of doubles share any element.

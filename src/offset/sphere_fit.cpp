@@ -24,8 +24,10 @@
 #include <cmath>
 
 #include "magcal/magcal_algorithms.h"
+#include "matrix/fast_path.h"
 #include "matrix/matrix_ops.h"
 #include "offset/sphere_fit_state.h"
+#include "offset/sphere_fit_step.h"
 
 namespace mx = magcal::matrix;
 
@@ -65,12 +67,13 @@ MAGCAL_API int32_t QvGyroCal_RLS_init(const RlsConfig* config) {
     return 0;
 }
 
-MAGCAL_API int32_t QvGyroCal_RLS(double centre_out[3], double* radius_out, const double mag[3]) {
-    if (centre_out == nullptr || radius_out == nullptr || mag == nullptr) return -1;
+}  // extern "C"
+
+void magcal::offset::sphere_fit_step_plain(const double mag[3]) {
     auto& st = g_sphere_fit;
     const double lambda = st.rls_lambda;
 
-    Matrix6 z;
+    Matrix6 z{};
     mx::column_from_array(&z, mag, 3);
     const double y = mx::norm_square(z);  // observation |m|^2 [uT^2]
 
@@ -102,7 +105,18 @@ MAGCAL_API int32_t QvGyroCal_RLS(double centre_out[3], double* radius_out, const
     mx::subm(&st.work_b, st.work_b, st.work_a);
     mx::mulm(&st.work_a, st.work_b, st.rls_P);
     mx::divs(&st.rls_P, st.work_a, lambda * lambda);
+}
 
+extern "C" {
+
+MAGCAL_API int32_t QvGyroCal_RLS(double centre_out[3], double* radius_out, const double mag[3]) {
+    if (centre_out == nullptr || radius_out == nullptr || mag == nullptr) return -1;
+    // The specialised step gives the same bits for a fraction of the work; it
+    // declines, having changed nothing, whenever an operand is not finite.
+    if (!magcal::fast_path_enabled() || !magcal::offset::sphere_fit_step_fast(mag))
+        magcal::offset::sphere_fit_step_plain(mag);
+
+    const auto& st = g_sphere_fit;
     const double c0 = st.rls_theta.data[0][0];
     const double c1 = st.rls_theta.data[1][0];
     const double c2 = st.rls_theta.data[2][0];
