@@ -19,7 +19,6 @@
 #include "fusion/fusion_state.h"
 #include "magcal/magcal_algorithms.h"
 #include "matrix/numeric.h"
-#include "matrix/row_kernels.h"
 #include "matrix/vector3.h"
 
 namespace magcal {
@@ -31,9 +30,6 @@ int32_t period_10ms = 2;
 double g_accuracy_tuning[4] = {600.0, 50.0, 10.0, 10.0};
 
 namespace {
-
-using matrix::load_pair;
-using matrix::Pair;
 
 constexpr double kMoveRate = 0.10000000149011612;        // 0.1f: the device is turning [rad/s]
 constexpr double kFastRate = 0.5;                        // fast turning [rad/s]
@@ -148,30 +144,18 @@ void update_gyro_holds(double g) {
 // Pushes the sample into the one-second history; returns whether any axis
 // swung by more than kSwingRange within it.
 bool push_field_history(const double mag[3]) {
-    fs.mag_hist_newest = ring_slot_before<100>(fs.mag_hist_newest);
+    fs.mag_hist_newest = ring_slot_before<kFieldHistoryLength>(fs.mag_hist_newest);
     copy3(fs.mag_hist[fs.mag_hist_newest], mag);
     // The new sample always counts; older entries only up to the valid count.
     const int32_t scanned = 1 + (fs.mag_hist_cnt < 0    ? 0
                                  : fs.mag_hist_cnt < 99 ? fs.mag_hist_cnt
                                                         : 99);
-    // Per axis the lowest and highest value, from +-5000 uT; x and y share a
-    // register pair.
-    Pair lo_xy = {5000.0, 5000.0};
-    Pair hi_xy = {-5000.0, -5000.0};
-    double lo_z = 5000.0;
-    double hi_z = -5000.0;
-    ring_visit_newest_first<100>(fs.mag_hist_newest, scanned, [&](int32_t slot) {
-        const Pair xy = load_pair(fs.mag_hist[slot]);
-        lo_xy = xy < lo_xy ? xy : lo_xy;
-        hi_xy = xy > hi_xy ? xy : hi_xy;
-        const double z = fs.mag_hist[slot][2];
-        lo_z = z < lo_z ? z : lo_z;
-        hi_z = z > hi_z ? z : hi_z;
-    });
-    const double spread[3] = {hi_xy[0] - lo_xy[0], hi_xy[1] - lo_xy[1], hi_z - lo_z};
+    double lo[3];
+    double hi[3];
+    update_field_extremes(fs.mag_hist_extremes, fs.mag_hist, fs.mag_hist_newest, scanned, lo, hi);
     bool swing = false;
-    for (double d : spread)
-        if (d > kSwingRange) swing = true;
+    for (int axis = 0; axis < 3; ++axis)
+        if (hi[axis] - lo[axis] > kSwingRange) swing = true;
     const int32_t window = samples_for(100, period_10ms);
     fs.mag_hist_cnt = fs.mag_hist_cnt + 1;
     if (fs.mag_hist_cnt >= window) fs.mag_hist_cnt = window - 1;

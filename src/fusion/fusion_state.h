@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "fusion/field_extremes.h"
 #include "magcal/magcal_algorithms.h"
 
 namespace magcal {
@@ -33,17 +34,18 @@ struct FusionState {
     double mag_cal[3];         // mag - offset_est [uT]
     int32_t move_hold;         // hold after gyro motion [samples]
     int32_t fast_hold;         // hold after fast turning [samples]
-    double mag_hist[100][3];   // raw field of the last second, a ring [uT]
-    int32_t mag_hist_cnt;      // valid older entries of mag_hist
-    int32_t mag_hist_newest;   // slot of mag_hist's newest entry
-    int32_t range_hold;        // hold after a >130 uT swing [samples]
-    bool rls_started;          // sphere fit initialised in this spell of motion
-    double rls_centre[3];      // sphere-fit centre [uT]
-    double rls_radius;         // sphere-fit radius [uT]
-    bool kf_ran;               // Kalman offset step ran on the previous sample
-    int32_t acc_prev;          // accuracy before this sample's decision
-    int32_t recover_cnt;       // recovery countdown after an offset jump [samples]
-    int32_t rls_drift_cnt;     // sustained offset/centre disagreement countdown [samples]
+    double mag_hist[kFieldHistoryLength][3];  // raw field of the last second, a ring [uT]
+    int32_t mag_hist_cnt;                     // valid older entries of mag_hist
+    int32_t mag_hist_newest;                  // slot of mag_hist's newest entry
+    FieldExtremes mag_hist_extremes;          // per axis extremes of the valid entries
+    int32_t range_hold;                       // hold after a >130 uT swing [samples]
+    bool rls_started;                         // sphere fit initialised in this spell of motion
+    double rls_centre[3];                     // sphere-fit centre [uT]
+    double rls_radius;                        // sphere-fit radius [uT]
+    bool kf_ran;                              // Kalman offset step ran on the previous sample
+    int32_t acc_prev;                         // accuracy before this sample's decision
+    int32_t recover_cnt;                      // recovery countdown after an offset jump [samples]
+    int32_t rls_drift_cnt;  // sustained offset/centre disagreement countdown [samples]
 };
 
 extern FusionState g_fusion;
