@@ -112,6 +112,11 @@ void transition_block(double phi[3][6], const double f[3][6], double dt) {
 // block, qd_tail the diagonal elements 6-8.
 void discrete_noise(double qd[6][6], double qd_tail[3], const double f[3][6], const Matrix9& q,
                     double dt) {
+    using matrix::kZeroPair;
+    using matrix::load_pair;
+    using matrix::Pair;
+    using matrix::splat;
+    using matrix::store_pair;
     const double h = dt * 0.5 * dt;
     double f6[6][6] = {};   // F's leading block
     double f6t[6][6] = {};  // its transpose as the plain transposition forms it
@@ -122,19 +127,27 @@ void discrete_noise(double qd[6][6], double qd_tail[3], const double f[3][6], co
             f6t[j][i] = 0.0 + f[i][j];
         }
     for (int i = 0; i < 6; ++i) q_diag[i] = q.data[i][i];
-    auto a_element = [h, dt](double q_ij, double f_ij, double q_jj, double q_ii, double ft_ij) {
-        const double first = 0.0 + ((0.0 + dt * q_ij) + (0.0 + h * (0.0 + f_ij * q_jj)));
-        return 0.0 + (first + (0.0 + h * (0.0 + q_ii * ft_ij)));
-    };
     double a[6][6];
+    double a_t[6][6];
+    for (int i = 0; i < 6; ++i) {
+        for (int j = 0; j < 6; j += 2) {
+            const Pair fq = kZeroPair + load_pair(&f6[i][j]) * load_pair(&q_diag[j]);
+            const Pair first = kZeroPair + ((kZeroPair + splat(dt) * load_pair(&q.data[i][j])) +
+                                            (kZeroPair + splat(h) * fq));
+            const Pair qft = kZeroPair + splat(q_diag[i]) * load_pair(&f6t[i][j]);
+            store_pair(&a[i][j], kZeroPair + (first + (kZeroPair + splat(h) * qft)));
+        }
+        for (int j = 0; j < 6; ++j) a_t[j][i] = a[i][j];
+    }
     for (int i = 0; i < 6; ++i)
-        for (int j = 0; j < 6; ++j)
-            a[i][j] = a_element(q.data[i][j], f6[i][j], q_diag[j], q_diag[i], f6t[i][j]);
-    for (int i = 0; i < 6; ++i)
-        for (int j = 0; j < 6; ++j) qd[i][j] = 0.0 + 0.5 * (0.0 + (a[i][j] + (0.0 + a[j][i])));
+        for (int j = 0; j < 6; j += 2)
+            store_pair(&qd[i][j], kZeroPair + splat(0.5) * (kZeroPair +
+                                                            (load_pair(&a[i][j]) +
+                                                             (kZeroPair + load_pair(&a_t[i][j])))));
     for (int m = 0; m < 3; ++m) {
         const double q_ii = q.data[6 + m][6 + m];
-        const double a_ii = a_element(q_ii, 0.0, q_ii, q_ii, 0.0);
+        const double first = 0.0 + ((0.0 + dt * q_ii) + (0.0 + h * (0.0 + 0.0 * q_ii)));
+        const double a_ii = 0.0 + (first + (0.0 + h * (0.0 + q_ii * 0.0)));
         qd_tail[m] = 0.0 + 0.5 * (0.0 + (a_ii + (0.0 + a_ii)));
     }
 }
@@ -225,7 +238,9 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
         left.store(p[i]);
         for (int j = 3; j < 9; ++j) p[i][j] = 0.0 + phi_p[i][j];
         if (i < 6)
-            for (int j = 0; j < 6; ++j) p[i][j] = 0.0 + (p[i][j] + qd[i][j]);
+            for (int j = 0; j < 6; j += 2)
+                matrix::store_pair(&p[i][j], matrix::kZeroPair + (matrix::load_pair(&p[i][j]) +
+                                                                  matrix::load_pair(&qd[i][j])));
         else
             p[i][i] = 0.0 + (p[i][i] + qd_tail[i - 6]);
         meets_zero.add<9>(p[i]);
@@ -302,9 +317,9 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
     matrix::invert_without_pivoting<6>(s_inv,
                                        s_mat);  // a singular S leaves a partial result, used as is
 
-    // K = (P H^T) S^-1 and x = K z.
+    // K = (P H^T) S^-1 and x = K z; k_t holds K^T.
     double k_gain[9][6];
-    double x[9];
+    double k_t[6][9];
     for (int i = 0; i < 9; ++i) {
         RowSum<6> pht;
         for (int k = 0; k < 3; ++k) pht.add(p[i][k], h_t[k]);
@@ -315,51 +330,49 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
         for (int k = 0; k < 6; ++k) row.add(pht_row[k], s_inv[k]);
         row.store(k_gain[i]);
         meets_zero.add(row);
-        double sum = 0.0;
-        for (int k = 0; k < 6; ++k) sum += k_gain[i][k] * z[k];
-        x[i] = sum;
+        for (int j = 0; j < 6; ++j) k_t[j][i] = k_gain[i][j];
     }
     if (!meets_zero.all_finite()) return false;
+    double x[9];
+    {
+        RowSum<9> kz;
+        for (int k = 0; k < 6; ++k) kz.add(z[k], k_t[k]);
+        kz.store(x);
+    }
 
-    // A = I - K H: columns 0-2 and 6-8; columns 3-5 stay the identity's.
-    double a[9][9];
+    // A = I - K H, kept as A^T: columns 0-2 and 6-8 of A from K; columns 3-5
+    // stay the identity's.
+    double a_t[9][9];
     for (int i = 0; i < 9; ++i) {
         RowSum<3> kh;
         for (int k = 0; k < 6; ++k) kh.add(k_gain[i][k], h_left[k]);
         double kh_row[3];
         kh.store(kh_row);
         for (int j = 0; j < 3; ++j) {
-            const double id = i == j ? 1.0 : 0.0;
-            a[i][j] = 0.0 + (id - kh_row[j]);
-            a[i][3 + j] = i == 3 + j ? 1.0 : 0.0;
-            a[i][6 + j] = 0.0 + ((i == 6 + j ? 1.0 : 0.0) - (0.0 + k_gain[i][3 + j]));
+            a_t[j][i] = 0.0 + ((i == j ? 1.0 : 0.0) - kh_row[j]);
+            a_t[3 + j][i] = i == 3 + j ? 1.0 : 0.0;
+            a_t[6 + j][i] = 0.0 + ((i == 6 + j ? 1.0 : 0.0) - (0.0 + k_gain[i][3 + j]));
         }
     }
-    double a_t[9][9];
-    for (int i = 0; i < 9; ++i)
-        for (int j = 0; j < 9; ++j) a_t[j][i] = a[i][j];
 
     // Joseph form: P = (A P) A^T + (K R) K^T, then the fading division.
     FiniteCheck ap_check;
     double ap[9][9];
     for (int i = 0; i < 9; ++i) {
         RowSum<9> row;
-        for (int k = 0; k < 3; ++k) row.add(a[i][k], p[k]);
+        for (int k = 0; k < 3; ++k) row.add(a_t[k][i], p[k]);
         if (i >= 3 && i < 6) row.add(1.0, p[i]);
-        for (int k = 6; k < 9; ++k) row.add(a[i][k], p[k]);
+        for (int k = 6; k < 9; ++k) row.add(a_t[k][i], p[k]);
         row.store(ap[i]);
         ap_check.add(row);
     }
     if (!ap_check.all_finite()) return false;
-    double k_t[6][9];
+    // Nothing can decline from here on: the new covariance goes straight
+    // into the state.
     double kr[9][6];
     for (int i = 0; i < 9; ++i)
-        for (int j = 0; j < 6; ++j) {
-            k_t[j][i] = k_gain[i][j];
-            kr[i][j] = 0.0 + k_gain[i][j] * r_noise.data[j][j];
-        }
+        for (int j = 0; j < 6; ++j) kr[i][j] = 0.0 + k_gain[i][j] * r_noise.data[j][j];
     const double fading = guarded(st.ns_lambda);
-    double p_new[9][9];
     for (int i = 0; i < 9; ++i) {
         RowSum<9> apat;
         for (int k = 0; k < 3; ++k) apat.add(ap[i][k], a_t[k]);
@@ -367,11 +380,11 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
         for (int k = 6; k < 9; ++k) apat.add(ap[i][k], a_t[k]);
         RowSum<9> krkt;
         for (int k = 0; k < 6; ++k) krkt.add(kr[i][k], k_t[k]);
-        double first[9];
-        double second[9];
-        apat.store(first);
-        krkt.store(second);
-        for (int j = 0; j < 9; ++j) p_new[i][j] = (0.0 + (first[j] + second[j])) / fading;
+        for (int j = 0; j < 4; ++j)
+            matrix::store_pair(
+                &st.ns_P.data[i][2 * j],
+                (matrix::kZeroPair + (apat.pair[j] + krkt.pair[j])) / matrix::splat(fading));
+        st.ns_P.data[i][8] = (0.0 + (apat.last + krkt.last)) / fading;
     }
 
     // Fold the attitude error into q on the body side: q (x) (1, x0, x1, x2).
@@ -388,8 +401,6 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
     const double r_scale = guarded(r_len);
 
     // Commit: the state, then the caller's arrays in the plain order.
-    for (int i = 0; i < 9; ++i)
-        for (int j = 0; j < 9; ++j) st.ns_P.data[i][j] = p_new[i][j];
     st.ns_dip = dip;
     st.ns_norm = r_len;
     for (int i = 0; i < 4; ++i) q_io[i] = r[i] / r_scale;

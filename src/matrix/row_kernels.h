@@ -31,6 +31,13 @@ inline void store_pair(double* p, Pair v) {
     __builtin_memcpy(p, &v, sizeof v);
 }
 
+inline Pair splat(double v) {
+    return Pair{v, v};
+}
+
+// +0.0 in both lanes: the start of every result element.
+constexpr Pair kZeroPair = {0.0, 0.0};
+
 // One result row of N elements, each starting at +0.0 like a cleared
 // destination element.
 template <int N>

@@ -46,17 +46,24 @@ bool offset_kalman_step_fast(const double mag[3], const double gyro[3], double d
         !matrix::diagonal_and_finite<3, 6>(&r_noise.data[0][0]))
         return false;
 
-    // F = [[R, I3 - R], [0, I3]]: f holds rows 0-2, f_t (as the plain
-    // transposition forms it, 0.0 + element) all of F^T.
-    double f[3][6];
+    // F = [[R, I3 - R], [0, I3]], and F^T as the plain transposition forms
+    // it (0.0 + element).
+    double f[6][6];
     double f_t[6][6];
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) {
-            f[i][j] = rot[i][j];
-            f[i][3 + j] = 0.0 + ((i == j ? 1.0 : 0.0) - rot[i][j]);
+#pragma GCC unroll 6
+    for (int i = 0; i < 6; ++i)
+#pragma GCC unroll 6
+        for (int j = 0; j < 6; ++j) {
+            const double id = i == j ? 1.0 : 0.0;
+            if (i >= 3)
+                f[i][j] = j >= 3 ? id : 0.0;
+            else if (j < 3)
+                f[i][j] = rot[i][j];
+            else
+                f[i][j] = 0.0 + ((i == j - 3 ? 1.0 : 0.0) - rot[i][j - 3]);
         }
     for (int i = 0; i < 6; ++i)
-        for (int j = 0; j < 6; ++j) f_t[j][i] = 0.0 + (i < 3 ? f[i][j] : (i == j ? 1.0 : 0.0));
+        for (int j = 0; j < 6; ++j) f_t[j][i] = 0.0 + f[i][j];
 
     // Predicted state, F x, copied back through a scaling by 1.0.
     FiniteCheck meets_zero;
@@ -71,17 +78,27 @@ bool offset_kalman_step_fast(const double mag[3], const double gyro[3], double d
     }
     meets_zero.add<6>(x);
 
-    // Qd = 0.5 (A + A^T), A = dt Q + h (F Q) + (h Q^T) F^T with Q diagonal.
+    // Qd = 0.5 (A + A^T), A = dt Q + h (F Q) + (h Q^T) F^T with Q diagonal;
+    // a_t holds A^T.
+    using matrix::kZeroPair;
+    using matrix::load_pair;
+    using matrix::splat;
+    using matrix::store_pair;
     const double h = (dt * 0.5) * dt;
+    double q_diag[6];
+    for (int k = 0; k < 6; ++k) q_diag[k] = q_noise.data[k][k];
     double a[6][6];
+    double a_t[6][6];
     for (int i = 0; i < 6; ++i) {
-        const double q_ii = q_noise.data[i][i];
-        for (int j = 0; j < 6; ++j) {
-            const double f_ij = i < 3 ? f[i][j] : (i == j ? 1.0 : 0.0);
-            const double fq = 0.0 + f_ij * q_noise.data[j][j];
-            const double first = 0.0 + ((0.0 + dt * q_noise.data[i][j]) + (0.0 + h * fq));
-            a[i][j] = first + (0.0 + (0.0 + h * (0.0 + q_ii)) * f_t[i][j]);
+        const matrix::Pair hq = splat(0.0 + h * (0.0 + q_diag[i]));
+        for (int j = 0; j < 6; j += 2) {
+            const matrix::Pair fq = kZeroPair + load_pair(&f[i][j]) * load_pair(&q_diag[j]);
+            const matrix::Pair first =
+                kZeroPair + ((kZeroPair + splat(dt) * load_pair(&q_noise.data[i][j])) +
+                             (kZeroPair + splat(h) * fq));
+            store_pair(&a[i][j], first + (kZeroPair + hq * load_pair(&f_t[i][j])));
         }
+        for (int j = 0; j < 6; ++j) a_t[j][i] = a[i][j];
     }
 
     // P = (F P) F^T + Qd. Rows 3-5 of F P are 0.0 + P.
@@ -100,9 +117,11 @@ bool offset_kalman_step_fast(const double mag[3], const double gyro[3], double d
         for (int k = 0; k < 6; ++k) left.add(fp[i][k], f_t[k]);
         left.store(p[i]);
         for (int j = 3; j < 6; ++j) p[i][j] = 0.0 + fp[i][j];
-        for (int j = 0; j < 6; ++j) {
-            const double qd = 0.0 + 0.5 * (0.0 + (a[i][j] + (0.0 + a[j][i])));
-            p[i][j] = 0.0 + (p[i][j] + qd);
+        for (int j = 0; j < 6; j += 2) {
+            const matrix::Pair qd =
+                kZeroPair + splat(0.5) * (kZeroPair + (load_pair(&a[i][j]) +
+                                                       (kZeroPair + load_pair(&a_t[i][j]))));
+            store_pair(&p[i][j], kZeroPair + (load_pair(&p[i][j]) + qd));
         }
         meets_zero.add<6>(p[i]);
     }
@@ -161,23 +180,18 @@ bool offset_kalman_step_fast(const double mag[3], const double gyro[3], double d
             k_t[j][i] = k_gain[i][j];
             kr[i][j] = 0.0 + k_gain[i][j] * r_noise.data[j][j];
         }
-    double p_new[6][6];
+    // Nothing can decline from here on: the new covariance goes straight
+    // into the state.
     for (int i = 0; i < 6; ++i) {
         RowSum<6> apat;
         for (int k = 0; k < 3; ++k) apat.add(ap[i][k], a_left_t[k]);
         for (int k = 3; k < 6; ++k) apat.add_at(k, ap[i][k]);
         RowSum<6> krkt;
         for (int k = 0; k < 3; ++k) krkt.add(kr[i][k], k_t[k]);
-        double first[6];
-        double second[6];
-        apat.store(first);
-        krkt.store(second);
-        for (int j = 0; j < 6; ++j) p_new[i][j] = 0.0 + (first[j] + second[j]);
+        for (int j = 0; j < 3; ++j)
+            store_pair(&st.kf_Pf.data[i][2 * j], kZeroPair + (apat.pair[j] + krkt.pair[j]));
     }
-
     for (int i = 0; i < 6; ++i) st.kf_xf.data[i][0] = x_new[i];
-    for (int i = 0; i < 6; ++i)
-        for (int j = 0; j < 6; ++j) st.kf_Pf.data[i][j] = p_new[i][j];
     return true;
 }
 
