@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <vector>
 
@@ -117,21 +116,12 @@ TEST_F(FastPathSession, EverySimulatedMotionAtOneHundredHertz) {
 }
 
 TEST_F(FastPathSession, SpecialValuesOddTimestampsAndHostCallsMidSession) {
-    const float specials[] = {std::numeric_limits<float>::quiet_NaN(),
-                              -std::numeric_limits<float>::quiet_NaN(),
-                              std::numeric_limits<float>::infinity(),
-                              -std::numeric_limits<float>::infinity(),
-                              0.0f,
-                              -0.0f,
-                              std::numeric_limits<float>::denorm_min(),
-                              1e30f,
-                              std::numeric_limits<float>::max()};
     magcal_test::ValueSource src(77);
     std::vector<Event> events = simulated(magcal::sim::Scenario::Figure8, 5);
     int64_t shift = 0;
     for (Event& e : events) {
         float* v[3] = {&e.sample.x, &e.sample.y, &e.sample.z};
-        if (src.chance(0.004)) *v[src.index(3)] = specials[src.index(9)];
+        if (src.chance(0.004)) *v[src.index(3)] = magcal_test::kSpecialFloats[src.index(9)];
         if (src.chance(0.002)) *v[0] = *v[1] = *v[2] = 0.0f;
         if (src.chance(0.001)) shift += src.chance(0.5) ? 10'000'000'000 : -2'000'000'000;
         e.sample.timestamp += shift;

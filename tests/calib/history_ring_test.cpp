@@ -103,6 +103,15 @@ struct ShiftedHistories {
     }
 };
 
+// The same bits; except that when a sum meets two NaNs of different sign the
+// result's sign depends on which operand the compiler puts first, which C++
+// leaves open and which differs between this model and the library in some
+// builds (the sanitizer build does it). The host-level comparison of two
+// builds (scripts/compare-with-base.sh) checks the shipped build's NaNs.
+bool same_result(double a, double b) {
+    return same_bits(a, b) || (a != a && b != b);
+}
+
 double sample(ValueSource& src, double lo, double hi) {
     return src.chance(0.01) ? src.special() : src.uniform(lo, hi);
 }
@@ -124,13 +133,13 @@ TEST(HistoryRings, EveryFilterGivesTheShiftedHistorysBitsOverLongStreams) {
             double pitch = 0.0, roll = 0.0, model_pitch = 0.0, model_roll = 0.0;
             QvGyroCal_update_get_pitch_roll(acc, &pitch, &roll);
             model.pitch_roll(acc, period, &model_pitch, &model_roll);
-            ASSERT_TRUE(same_bits(pitch, model_pitch) && same_bits(roll, model_roll)) << step;
+            ASSERT_TRUE(same_result(pitch, model_pitch) && same_result(roll, model_roll)) << step;
             ASSERT_EQ(magcal::g_update_history.accel_b_cnt, model.accel_cnt);
 
             // Azimuths bunch near north so that the wrap and the outlier rule both work.
             const double a = src.chance(0.5) ? sample(src, 0.0, 360.0)
                                              : std::fmod(360.0 + sample(src, -15.0, 15.0), 360.0);
-            ASSERT_TRUE(same_bits(angle_filter(a), model.angle_filter(a, period))) << step;
+            ASSERT_TRUE(same_result(angle_filter(a), model.angle_filter(a, period))) << step;
             ASSERT_EQ(magcal::g_update_history.angle_cnt, model.angle_cnt);
 
             double field[3] = {sample(src, -60.0, 60.0), sample(src, -60.0, 60.0),
@@ -138,7 +147,7 @@ TEST(HistoryRings, EveryFilterGivesTheShiftedHistorysBitsOverLongStreams) {
             double model_field[3] = {field[0], field[1], field[2]};
             average_filter(field);
             model.average_filter(model_field, period);
-            ASSERT_TRUE(same_bits(field, model_field, 3)) << step;
+            for (int k = 0; k < 3; ++k) ASSERT_TRUE(same_result(field[k], model_field[k])) << step;
         }
     }
 }

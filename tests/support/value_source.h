@@ -28,6 +28,19 @@ constexpr double kSpecialValues[] = {
     std::numeric_limits<double>::max(),
 };
 
+// The same as single-precision host input.
+constexpr float kSpecialFloats[] = {
+    std::numeric_limits<float>::quiet_NaN(),
+    -std::numeric_limits<float>::quiet_NaN(),
+    std::numeric_limits<float>::infinity(),
+    -std::numeric_limits<float>::infinity(),
+    0.0f,
+    -0.0f,
+    std::numeric_limits<float>::denorm_min(),
+    1e30f,
+    std::numeric_limits<float>::max(),
+};
+
 class ValueSource {
   public:
     explicit ValueSource(uint64_t seed) : rng_(seed) {}
