@@ -77,18 +77,25 @@ if [ "$by_module" -eq 1 ]; then
   read -r ir mags < <(count "$input" "$PWD/build/callgrind/libmagcal.so" "$tmp/modules.out")
   echo
   echo "Where the instructions of $(basename "${logs[0]}") go (per magnetometer sample):"
-  callgrind_annotate --auto=yes --show-percs=no "$tmp/modules.out" 2>/dev/null |
-    awk -v mags="$mags" -v root="$PWD/" '
-      /-- Auto-annotated source:/ { file = $4; next }
-      / => / || /events annotated/ { next }
-      $1 ~ /^[0-9,]+$/ && file != "" {
+  # Each function's own instructions (code inlined into it included), by the
+  # stage of the pipeline the function belongs to.
+  callgrind_annotate --auto=no --threshold=100 --show-percs=no "$tmp/modules.out" 2>/dev/null |
+    awk -v mags="$mags" '
+      $1 ~ /^[0-9,]+$/ && $2 ~ /:/ {
         n = $1; gsub(",", "", n)
-        m = file; sub(root, "", m)
-        if (m ~ /^src\//) { split(m, p, "/"); m = "src/" p[2] "/" } else { m = "(other)" }
+        f = $2; sub(/^[^:]*:/, "", f)  # the function, whatever file its first line is in
+        if ($0 ~ /(libm|libc)[.]so|sysdeps|^ *[0-9,]+ +[.]\//) m = "libm and libc"
+        else if (f ~ /nine_state|QvGyroCal_9_states|invert_without_pivoting<6>|diagonal_and_finite<9/)
+          m = "ekf/      nine-state filter step"
+        else if (f ~ /offset_kalman|Offset_Calibration|rotation_over_step|pivoting<3>|finite<6|finite<3/)
+          m = "offset/   Kalman offset step"
+        else if (f ~ /sphere_fit|QvGyroCal_RLS/) m = "offset/   sphere fit"
+        else if (f ~ /angle_filter|average_filter|pitch_roll|QvGyroCal_update_offset[^_]/)
+          m = "calib/    per-sample update and its filters"
+        else if (f ~ /^QVG_/) m = "api/      host entry points"
+        else if ($0 ~ /src\//) m = "fusion/   driver, detectors, accuracy, attitude; the rest"
+        else m = "host loop"
         t[m] += n
       }
       END { for (k in t) printf "%8.0f  %s\n", t[k] / mags, k }' | sort -rn
-  callgrind_annotate --show-percs=no "$tmp/modules.out" 2>/dev/null |
-    awk -v mags="$mags" '$1 ~ /^[0-9,]+$/ && /(libm|libc)\.so/ { n = $1; gsub(",", "", n); s += n }
-      END { printf "%8.0f  libm and libc\n", s / mags }'
 fi
