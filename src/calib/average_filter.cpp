@@ -18,15 +18,15 @@ extern "C" MAGCAL_API double* average_filter(double v[3]) {
         h.mag_cnt = 80;
         return v;
     }
+    // The sum runs over the entries before the new one, oldest first.
+    const int32_t last = length - 1 < 79 ? length - 1 : 79;
     double sum[3] = {0.0, 0.0, 0.0};
-    for (int i = 79; i >= 1; --i) {
-        for (int k = 0; k < 3; ++k) {
-            h.mag_buf[i][k] = h.mag_buf[i - 1][k];
-            if (i < length) sum[k] += h.mag_buf[i][k];
-        }
-    }
+    ring_visit_oldest_first<80>(h.mag_newest, 0, last - 1, [&](int32_t slot) {
+        for (int k = 0; k < 3; ++k) sum[k] += h.mag_buf[slot][k];
+    });
+    h.mag_newest = ring_slot_before<80>(h.mag_newest);
     for (int k = 0; k < 3; ++k) {
-        h.mag_buf[0][k] = v[k];
+        h.mag_buf[h.mag_newest][k] = v[k];
         v[k] = (sum[k] + v[k]) / length;
     }
     return v;

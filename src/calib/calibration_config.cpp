@@ -20,11 +20,15 @@ extern "C" MAGCAL_API int32_t QvGyroCal_config_accuracy(const double tuning[4]) 
     return QvGyroCal_config_status_9_accuracy(tuning);
 }
 
-extern "C" MAGCAL_API int32_t QvGyroCal_save(void) { return 0; }
+extern "C" MAGCAL_API int32_t QvGyroCal_save(void) {
+    return 0;
+}
 
 extern "C" MAGCAL_API int32_t QvGyroCal_update_last_timestamp(double t) {
     g_gyro_cal.last_time = t;
     return 0;
 }
 
-extern "C" MAGCAL_API int32_t set_acc3_th(int32_t tenths) { return set_accuracy3_th(tenths); }
+extern "C" MAGCAL_API int32_t set_acc3_th(int32_t tenths) {
+    return set_accuracy3_th(tenths);
+}

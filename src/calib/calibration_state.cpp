@@ -5,7 +5,7 @@ namespace magcal {
 GyroCalState g_gyro_cal;
 double softiron[9] = {1.0, 0.0, 0.0, 0.0, 1.0, 0.0, 0.0, 0.0, 1.0};
 UpdateHistory g_update_history = {
-    {1.0, 0.0, 0.0, 0.0}, {}, {}, {}, 0, {10000.0}, 0, {}, 0,
+    {1.0, 0.0, 0.0, 0.0}, {}, {}, {}, 0, 0, {10000.0}, 0, 0, {}, 0, 0,
 };
 
 }  // namespace magcal

@@ -23,15 +23,17 @@
 namespace magcal {
 namespace {
 
-constexpr double kPi = 3.141592025756836;           // 3.141592f widened
-constexpr double kGravity = 9.789999961853027;      // 9.79f widened [m/s^2]
-constexpr double kMinStep = 0.004000000189989805;   // 0.004f: shortest step taken [s]
-constexpr double kMaxStep = 0.25;                   // longest step taken [s]
-constexpr double kMaxField = 4914.0;                // beyond any magnetometer's range [uT]
+constexpr double kPi = 3.141592025756836;             // 3.141592f widened
+constexpr double kGravity = 9.789999961853027;        // 9.79f widened [m/s^2]
+constexpr double kMinStep = 0.004000000189989805;     // 0.004f: shortest step taken [s]
+constexpr double kMaxStep = 0.25;                     // longest step taken [s]
+constexpr double kMaxField = 4914.0;                  // beyond any magnetometer's range [uT]
 constexpr double kPublishStep = 0.20000000298023224;  // 0.2f: smaller moves are not published [uT]
-constexpr double kFlippedBank = 120.0;  // beyond this the device is upside down [deg]
+constexpr double kFlippedBank = 120.0;                // beyond this the device is upside down [deg]
 
-bool all_zero(const double v[3]) { return v[0] == 0.0 && v[1] == 0.0 && v[2] == 0.0; }
+bool all_zero(const double v[3]) {
+    return v[0] == 0.0 && v[1] == 0.0 && v[2] == 0.0;
+}
 
 // Publishes the offset only when it moved more than kPublishStep from the one
 // three samples back; the calibrated field always uses the new offset.

@@ -21,16 +21,17 @@ extern "C" MAGCAL_API void QvGyroCal_update_get_pitch_roll(const double acc[3], 
     const int32_t n = h.accel_b_cnt >= window ? window : h.accel_b_cnt + 1;
     h.accel_b_cnt = n;
 
+    // The sum starts with the new sample and adds the n - 1 before it, oldest
+    // first. With fewer than two the new sample replaces the newest entry.
     double sum[3] = {acc[0], acc[1], acc[2]};
     if (n >= 2) {
-        for (int32_t k = (n - 1 < 49 ? n - 1 : 49); k >= 1; --k) {
-            for (int i = 0; i < 3; ++i) {
-                h.B_Accel[k][i] = h.B_Accel[k - 1][i];
-                sum[i] += h.B_Accel[k][i];
-            }
-        }
+        const int32_t last = (n - 1 < 49 ? n - 1 : 49) - 1;
+        ring_visit_oldest_first<50>(h.accel_b_newest, 0, last, [&](int32_t slot) {
+            for (int i = 0; i < 3; ++i) sum[i] += h.B_Accel[slot][i];
+        });
+        h.accel_b_newest = ring_slot_before<50>(h.accel_b_newest);
     }
-    for (int i = 0; i < 3; ++i) h.B_Accel[0][i] = acc[i];
+    for (int i = 0; i < 3; ++i) h.B_Accel[h.accel_b_newest][i] = acc[i];
 
     double mean[3];
     for (int i = 0; i < 3; ++i) mean[i] = sum[i] / n;

@@ -16,7 +16,10 @@
 
 #include "ekf/block_copy.h"
 #include "ekf/nine_state_state.h"
+#include "matrix/matrix_ops.h"
 #include "matrix/numeric.h"
+
+namespace mx = magcal::matrix;
 
 namespace magcal::ekf {
 
@@ -38,30 +41,30 @@ extern "C" MAGCAL_API int32_t QvGyroCal_9_states_init(const double config[14]) {
     auto& f = magcal::ekf::g_nine_state;
 
     Matrix9* const square[] = {&f.ns_T1, &f.ns_T2, &f.ns_T3, &f.ns_T4, &f.ns_T5, &f.ns_P, &f.ns_Q};
-    for (Matrix9* m : square) qvmtx_assign(m, 9, 9, 0.0);
-    qvmtx_assign(&f.ns_R, 6, 6, 0.0);
+    for (Matrix9* m : square) mx::assign(m, 9, 9, 0.0);
+    mx::assign(&f.ns_R, 6, 6, 0.0);
 
-    qvmtx_eye_muls(&f.ns_T1, 3, power_of_ten(config[0]));
-    qvmtx_eye_muls(&f.ns_T2, 3, power_of_ten(config[1]));
-    qvmtx_eye_muls(&f.ns_T3, 3, power_of_ten(config[2]));
+    mx::eye_muls(&f.ns_T1, 3, power_of_ten(config[0]));
+    mx::eye_muls(&f.ns_T2, 3, power_of_ten(config[1]));
+    mx::eye_muls(&f.ns_T3, 3, power_of_ten(config[2]));
     copy_block(&f.ns_P, f.ns_T1, 0, 0);
     copy_block(&f.ns_P, f.ns_T2, 3, 3);
     copy_block(&f.ns_P, f.ns_T3, 6, 6);
-    qvmtx_muls_self(&f.ns_P, power_of_ten(config[3]));
+    mx::muls_self(&f.ns_P, power_of_ten(config[3]));
 
-    qvmtx_eye_muls(&f.ns_T1, 3, power_of_ten(config[4]));
-    qvmtx_eye_muls(&f.ns_T2, 3, power_of_ten(config[5]));
+    mx::eye_muls(&f.ns_T1, 3, power_of_ten(config[4]));
+    mx::eye_muls(&f.ns_T2, 3, power_of_ten(config[5]));
     copy_block(&f.ns_R, f.ns_T1, 0, 0);
     copy_block(&f.ns_R, f.ns_T2, 3, 3);
-    qvmtx_muls_self(&f.ns_R, power_of_ten(config[6]));
+    mx::muls_self(&f.ns_R, power_of_ten(config[6]));
 
-    qvmtx_eye_muls(&f.ns_T1, 3, power_of_ten(config[7]) * 0.25);  // half-angle states
-    qvmtx_eye_muls(&f.ns_T2, 3, power_of_ten(config[8]));
-    qvmtx_eye_muls(&f.ns_T3, 3, power_of_ten(config[9]));
+    mx::eye_muls(&f.ns_T1, 3, power_of_ten(config[7]) * 0.25);  // half-angle states
+    mx::eye_muls(&f.ns_T2, 3, power_of_ten(config[8]));
+    mx::eye_muls(&f.ns_T3, 3, power_of_ten(config[9]));
     copy_block(&f.ns_Q, f.ns_T1, 0, 0);
     copy_block(&f.ns_Q, f.ns_T2, 3, 3);
     copy_block(&f.ns_Q, f.ns_T3, 6, 6);
-    qvmtx_muls_self(&f.ns_Q, power_of_ten(config[10]));
+    mx::muls_self(&f.ns_Q, power_of_ten(config[10]));
 
     f.ns_dip = config[12];
     f.ns_dip_gain = config[13];

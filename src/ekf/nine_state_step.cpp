@@ -18,32 +18,26 @@
 // the tuned behaviour and kept.
 //
 // Every matrix intermediate runs through the process-wide scratch matrices;
-// the matrix operations take their sources by value, so a destination may be
-// one of its sources. Nothing is allocated.
+// a destination may be one of its own sources. Nothing is allocated.
+#include "ekf/nine_state_step.h"
+
 #include <cmath>
 
 #include "ekf/block_copy.h"
+#include "ekf/nine_state_constants.h"
 #include "ekf/nine_state_state.h"
+#include "matrix/fast_path.h"
+#include "matrix/matrix_ops.h"
+
+namespace mx = magcal::matrix;
 
 namespace magcal::ekf {
 namespace {
 
-constexpr double kDivisorFloor = 9.999999974752427e-07;  // 1e-6f widened: smallest divisor
-constexpr double kGravity = 9.789999961853027;           // 9.79f widened [m/s^2]
-// 0.1f widened: |1 - |az|/|a|| below this counts as lying flat
-constexpr double kFlatTolerance = 0.10000000149011612;
-constexpr double kRadToDeg = 57.29577951308238;     // 180/pi as tuned (literal kept)
-constexpr double kDegToRad = 0.017453277777777776;  // 3.14159/180, deliberately not pi/180
-
-// Divisors in [0, 1e-6] are raised to 1e-6; negative and NaN pass unchanged.
-double guarded(double d) {
-    return (d >= 0.0 && d <= kDivisorFloor) ? kDivisorFloor : d;
-}
-
 // Omega(w), the 4x4 matrix with q_dot = 0.5 * Omega(w) * q for body rates.
 void set_omega(Matrix9* dst, const double w[3]) {
     const double wx = w[0], wy = w[1], wz = w[2];
-    qvmtx_assign(dst, 4, 4, 0.0);
+    mx::assign(dst, 4, 4, 0.0);
     dst->data[0][1] = -wx;
     dst->data[0][2] = -wy;
     dst->data[0][3] = -wz;
@@ -60,97 +54,93 @@ void set_omega(Matrix9* dst, const double w[3]) {
 
 // Puts 2 * [v x] into dst at rows row..row+2, columns 0..2.
 void put_twice_cross_matrix(NineStateFilter& f, Matrix9* dst, const double v[3], int32_t row) {
-    qvmatrix_double_to_matrix_trans(&f.ns_T2, v, 3);
-    convm_vec_to_product(&f.ns_T1, f.ns_T2);
-    qvmtx_muls(&f.ns_T1, f.ns_T1, 2.0);
+    mx::column_from_array(&f.ns_T2, v, 3);
+    mx::cross_matrix(&f.ns_T1, f.ns_T2);
+    mx::muls(&f.ns_T1, f.ns_T1, 2.0);
     copy_block(dst, f.ns_T1, row, 0);
 }
 
 }  // namespace
 }  // namespace magcal::ekf
 
-extern "C" MAGCAL_API void QvGyroCal_9_states(double q[4], double mag_corr_out[3],
-                                              double bias_corr_out[3], const double mag[3],
-                                              const double acc[3], const double gyro[3],
-                                              const double gyro_prev[3], double dt) {
-    using namespace magcal::ekf;
-    if (q == nullptr || mag_corr_out == nullptr || bias_corr_out == nullptr || mag == nullptr ||
-        acc == nullptr || gyro == nullptr || gyro_prev == nullptr)
-        return;
+void magcal::ekf::nine_state_step_plain(double q[4], double mag_corr_out[3],
+                                        double bias_corr_out[3], const double mag[3],
+                                        const double acc[3], const double gyro[3],
+                                        const double gyro_prev[3], double dt) {
     NineStateFilter& f = g_nine_state;
 
     // Set-up: error state and innovation start at zero every step.
     double x[9] = {0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
     double z[6] = {0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
-    qvmtx_assign(&f.ns_F, 9, 9, 0.0);
-    qvmtx_assign(&f.ns_H, 6, 9, 0.0);
-    qvmtx_eye_muls(&f.ns_T1, 3, -0.5);  // attitude error driven by bias error
+    mx::assign(&f.ns_F, 9, 9, 0.0);
+    mx::assign(&f.ns_H, 6, 9, 0.0);
+    mx::eye_muls(&f.ns_T1, 3, -0.5);  // attitude error driven by bias error
     copy_block(&f.ns_F, f.ns_T1, 0, 3);
-    qvmtx_eye(&f.ns_T1, 3);  // field reading moves one-to-one with the offset error
+    mx::eye(&f.ns_T1, 3);  // field reading moves one-to-one with the offset error
     copy_block(&f.ns_H, f.ns_T1, 3, 6);
 
     // Quaternion propagation over the current and the previous rate.
     set_omega(&f.ns_T3, gyro);
     set_omega(&f.ns_T4, gyro_prev);
     const double s = (gyro[0] * gyro[0] + gyro[1] * gyro[1] + gyro[2] * gyro[2]) * dt * dt;
-    qvmtx_eye(&f.ns_T1, 4);  // Theta accumulates in T1
-    qvmtx_muls(&f.ns_T2, f.ns_T3, 0.75 * dt);
-    qvmtx_addm(&f.ns_T1, f.ns_T1, f.ns_T2);
-    qvmtx_muls(&f.ns_T2, f.ns_T4, 0.25 * dt);
-    qvmtx_subm(&f.ns_T1, f.ns_T1, f.ns_T2);
-    qvmtx_eye_muls(&f.ns_T2, 4, s / 6);
-    qvmtx_subm(&f.ns_T1, f.ns_T1, f.ns_T2);
-    qvmtx_muls(&f.ns_T2, f.ns_T3, s * dt / 48);
-    qvmtx_subm(&f.ns_T1, f.ns_T1, f.ns_T2);
-    qvmtx_mulm(&f.ns_T2, f.ns_T3, f.ns_T4);
-    qvmtx_muls(&f.ns_T2, f.ns_T2, dt * dt / 24);
-    qvmtx_subm(&f.ns_T1, f.ns_T1, f.ns_T2);
+    mx::eye(&f.ns_T1, 4);  // Theta accumulates in T1
+    mx::muls(&f.ns_T2, f.ns_T3, 0.75 * dt);
+    mx::addm(&f.ns_T1, f.ns_T1, f.ns_T2);
+    mx::muls(&f.ns_T2, f.ns_T4, 0.25 * dt);
+    mx::subm(&f.ns_T1, f.ns_T1, f.ns_T2);
+    mx::eye_muls(&f.ns_T2, 4, s / 6);
+    mx::subm(&f.ns_T1, f.ns_T1, f.ns_T2);
+    mx::muls(&f.ns_T2, f.ns_T3, s * dt / 48);
+    mx::subm(&f.ns_T1, f.ns_T1, f.ns_T2);
+    mx::mulm(&f.ns_T2, f.ns_T3, f.ns_T4);
+    mx::muls(&f.ns_T2, f.ns_T2, dt * dt / 24);
+    mx::subm(&f.ns_T1, f.ns_T1, f.ns_T2);
 
-    qvmatrix_double_to_matrix_trans(&f.ns_M, q, 4);
-    qvmtx_mulm(&f.ns_T2, f.ns_T1, f.ns_M);
-    f.ns_norm = qvmtx_norm(f.ns_T2);
-    qvmtx_divs_self(&f.ns_T2, guarded(f.ns_norm));
-    qvmatrix_matrix_to_double_trans(f.ns_T2, q);  // the correction starts from this value
+    mx::column_from_array(&f.ns_M, q, 4);
+    mx::mulm(&f.ns_T2, f.ns_T1, f.ns_M);
+    f.ns_norm = mx::norm(f.ns_T2);
+    mx::divs_self(&f.ns_T2, guarded(f.ns_norm));
+    mx::column_to_array(f.ns_T2, q);  // the correction starts from this value
 
     // Error dynamics: attitude error rotates against the rate and is driven
     // by the bias error; bias and offset errors are random walks.
-    qvmatrix_double_to_matrix_trans(&f.ns_M, gyro, 3);
-    convm_vec_to_product(&f.ns_T1, f.ns_M);
-    qvmtx_muls(&f.ns_T1, f.ns_T1, -1.0);
+    mx::column_from_array(&f.ns_M, gyro, 3);
+    mx::cross_matrix(&f.ns_T1, f.ns_M);
+    mx::muls(&f.ns_T1, f.ns_T1, -1.0);
     copy_block(&f.ns_F, f.ns_T1, 0, 0);
 
     // Phi = I + dt F + (dt^2/2) F^2
-    qvmtx_eye(&f.ns_Phi, 9);
-    qvmtx_muls(&f.ns_T1, f.ns_F, dt);
-    qvmtx_addm(&f.ns_Phi, f.ns_Phi, f.ns_T1);
-    qvmtx_mulm(&f.ns_T1, f.ns_F, f.ns_F);
-    qvmtx_muls(&f.ns_T1, f.ns_T1, dt * dt * 0.5);
-    qvmtx_addm(&f.ns_Phi, f.ns_Phi, f.ns_T1);
+    mx::eye(&f.ns_Phi, 9);
+    mx::muls(&f.ns_T1, f.ns_F, dt);
+    mx::addm(&f.ns_Phi, f.ns_Phi, f.ns_T1);
+    mx::mulm(&f.ns_T1, f.ns_F, f.ns_F);
+    mx::muls(&f.ns_T1, f.ns_T1, dt * dt * 0.5);
+    mx::addm(&f.ns_Phi, f.ns_Phi, f.ns_T1);
 
     // Qd = sym(dt Q + (dt^2/2) F Q + (dt^2/2) Q F^T); A accumulates in T1.
     const double half_dt_sq = dt * 0.5 * dt;
-    qvmtx_muls(&f.ns_T1, f.ns_Q, dt);
-    qvmtx_mulm(&f.ns_T2, f.ns_F, f.ns_Q);
-    qvmtx_muls(&f.ns_T2, f.ns_T2, half_dt_sq);
-    qvmtx_addm(&f.ns_T1, f.ns_T1, f.ns_T2);
-    qvmtx_trans(&f.ns_T3, f.ns_F);
-    qvmtx_mulm(&f.ns_T2, f.ns_Q, f.ns_T3);
-    qvmtx_muls(&f.ns_T2, f.ns_T2, half_dt_sq);
-    qvmtx_addm(&f.ns_T1, f.ns_T1, f.ns_T2);
-    qvmtx_trans(&f.ns_T2, f.ns_T1);
-    qvmtx_addm(&f.ns_T2, f.ns_T1, f.ns_T2);
-    qvmtx_muls(&f.ns_Qd, f.ns_T2, 0.5);
+    mx::muls(&f.ns_T1, f.ns_Q, dt);
+    mx::mulm(&f.ns_T2, f.ns_F, f.ns_Q);
+    mx::muls(&f.ns_T2, f.ns_T2, half_dt_sq);
+    mx::addm(&f.ns_T1, f.ns_T1, f.ns_T2);
+    mx::trans(&f.ns_T3, f.ns_F);
+    mx::mulm(&f.ns_T2, f.ns_Q, f.ns_T3);
+    mx::muls(&f.ns_T2, f.ns_T2, half_dt_sq);
+    mx::addm(&f.ns_T1, f.ns_T1, f.ns_T2);
+    mx::trans(&f.ns_T2, f.ns_T1);
+    mx::addm(&f.ns_T2, f.ns_T1, f.ns_T2);
+    mx::muls(&f.ns_Qd, f.ns_T2, 0.5);
 
     // P = (Phi P) Phi^T + Qd
-    qvmtx_mulm(&f.ns_T1, f.ns_Phi, f.ns_P);
-    qvmtx_trans(&f.ns_T2, f.ns_Phi);
-    qvmtx_mulm(&f.ns_T1, f.ns_T1, f.ns_T2);
-    qvmtx_addm(&f.ns_P, f.ns_T1, f.ns_Qd);
+    mx::mulm(&f.ns_T1, f.ns_Phi, f.ns_P);
+    mx::trans(&f.ns_T2, f.ns_Phi);
+    mx::mulm(&f.ns_T1, f.ns_T1, f.ns_T2);
+    mx::addm(&f.ns_P, f.ns_T1, f.ns_Qd);
 
     // C(q), navigation -> body, of the propagated quaternion (kept in T5).
     const double q0 = q[0], q1 = q[1], q2 = q[2], q3 = q[3];
     Matrix9& c_nb = f.ns_T5;
-    qvmtx_assign(&c_nb, 3, 3, 0.0);
+    mx::assign(&c_nb, 3, 3, 0.0);
     c_nb.data[0][0] = 2 * q0 * q0 + 2 * q1 * q1 - 1;
     c_nb.data[0][1] = 2 * q1 * q2 + 2 * q0 * q3;
     c_nb.data[0][2] = 2 * q1 * q3 - 2 * q0 * q2;
@@ -163,13 +153,13 @@ extern "C" MAGCAL_API void QvGyroCal_9_states(double q[4], double mag_corr_out[3
 
     // Dip re-estimate while flat: the field's angle to the vertical is
     // 90 degrees less the dip. A zero-length acc makes the test NaN, i.e. false.
-    qvmatrix_double_to_matrix_trans(&f.ns_M, acc, 3);
-    const double acc_len = qvmtx_norm(f.ns_M);  // [m/s^2]
+    mx::column_from_array(&f.ns_M, acc, 3);
+    const double acc_len = mx::norm(f.ns_M);  // [m/s^2]
     f.ns_norm = acc_len;
     if (std::fabs(1 - std::fabs(acc[2] / acc_len)) < kFlatTolerance) {
-        qvmatrix_double_to_matrix_trans(&f.ns_T1, mag, 3);
-        qvmtx_cross(&f.ns_T2, f.ns_M, f.ns_T1);
-        double sin_angle = qvmtx_norm(f.ns_T2) / qvmtx_norm(f.ns_T1) / acc_len;
+        mx::column_from_array(&f.ns_T1, mag, 3);
+        mx::cross(&f.ns_T2, f.ns_M, f.ns_T1);
+        double sin_angle = mx::norm(f.ns_T2) / mx::norm(f.ns_T1) / acc_len;
         if (std::fabs(sin_angle) > 1) sin_angle = sin_angle > 1 ? 1.0 : -1.0;
         f.ns_dip = f.ns_dip_gain * (90 - std::asin(sin_angle) * kRadToDeg) +
                    (1 - f.ns_dip_gain) * f.ns_dip;
@@ -182,8 +172,8 @@ extern "C" MAGCAL_API void QvGyroCal_9_states(double q[4], double mag_corr_out[3
                          kGravity * c_nb.data[2][2]};
     put_twice_cross_matrix(f, &f.ns_H, g, 0);
 
-    qvmatrix_double_to_matrix_trans(&f.ns_M, mag, 3);
-    const double mag_len = qvmtx_norm(f.ns_M);  // [uT]
+    mx::column_from_array(&f.ns_M, mag, 3);
+    const double mag_len = mx::norm(f.ns_M);  // [uT]
     f.ns_norm = mag_len;
     double p[3];
     for (int i = 0; i < 3; ++i) {
@@ -200,49 +190,65 @@ extern "C" MAGCAL_API void QvGyroCal_9_states(double q[4], double mag_corr_out[3
     }
 
     // S = (H P) H^T + lambda R, held in T1; its inverse in T4.
-    qvmtx_mulm(&f.ns_T1, f.ns_H, f.ns_P);
-    qvmtx_trans(&f.ns_T2, f.ns_H);
-    qvmtx_mulm(&f.ns_T1, f.ns_T1, f.ns_T2);
-    qvmtx_muls(&f.ns_T3, f.ns_R, f.ns_lambda);
-    qvmtx_addm(&f.ns_T1, f.ns_T1, f.ns_T3);
-    qvmtx_inv(&f.ns_T4, f.ns_T1);  // a singular S leaves a partial result, used as is
+    mx::mulm(&f.ns_T1, f.ns_H, f.ns_P);
+    mx::trans(&f.ns_T2, f.ns_H);
+    mx::mulm(&f.ns_T1, f.ns_T1, f.ns_T2);
+    mx::muls(&f.ns_T3, f.ns_R, f.ns_lambda);
+    mx::addm(&f.ns_T1, f.ns_T1, f.ns_T3);
+    mx::inv(&f.ns_T4, f.ns_T1);  // a singular S leaves a partial result, used as is
 
     // K = (P H^T) S^-1
-    qvmtx_trans(&f.ns_T2, f.ns_H);
-    qvmtx_mulm(&f.ns_T5, f.ns_P, f.ns_T2);
-    qvmtx_mulm(&f.ns_K, f.ns_T5, f.ns_T4);
+    mx::trans(&f.ns_T2, f.ns_H);
+    mx::mulm(&f.ns_T5, f.ns_P, f.ns_T2);
+    mx::mulm(&f.ns_K, f.ns_T5, f.ns_T4);
 
     // x = K z
-    qvmatrix_double_to_matrix_trans(&f.ns_T1, z, 6);
-    qvmtx_mulm(&f.ns_T2, f.ns_K, f.ns_T1);
-    qvmatrix_matrix_to_double_trans(f.ns_T2, x);
+    mx::column_from_array(&f.ns_T1, z, 6);
+    mx::mulm(&f.ns_T2, f.ns_K, f.ns_T1);
+    mx::column_to_array(f.ns_T2, x);
 
     // Joseph form with the unscaled R: P = (A P) A^T + (K R) K^T, A = I - K H.
-    qvmtx_mulm(&f.ns_T1, f.ns_K, f.ns_H);
-    qvmtx_eye(&f.ns_T2, 9);
-    qvmtx_subm(&f.ns_T2, f.ns_T2, f.ns_T1);
-    qvmtx_mulm(&f.ns_T3, f.ns_T2, f.ns_P);
-    qvmtx_trans(&f.ns_T1, f.ns_T2);
-    qvmtx_mulm(&f.ns_T3, f.ns_T3, f.ns_T1);
-    qvmtx_mulm(&f.ns_T4, f.ns_K, f.ns_R);
-    qvmtx_trans(&f.ns_T5, f.ns_K);
-    qvmtx_mulm(&f.ns_T4, f.ns_T4, f.ns_T5);
-    qvmtx_addm(&f.ns_P, f.ns_T3, f.ns_T4);
-    qvmtx_divs_self(&f.ns_P, guarded(f.ns_lambda));  // fading
+    mx::mulm(&f.ns_T1, f.ns_K, f.ns_H);
+    mx::eye(&f.ns_T2, 9);
+    mx::subm(&f.ns_T2, f.ns_T2, f.ns_T1);
+    mx::mulm(&f.ns_T3, f.ns_T2, f.ns_P);
+    mx::trans(&f.ns_T1, f.ns_T2);
+    mx::mulm(&f.ns_T3, f.ns_T3, f.ns_T1);
+    mx::mulm(&f.ns_T4, f.ns_K, f.ns_R);
+    mx::trans(&f.ns_T5, f.ns_K);
+    mx::mulm(&f.ns_T4, f.ns_T4, f.ns_T5);
+    mx::addm(&f.ns_P, f.ns_T3, f.ns_T4);
+    mx::divs_self(&f.ns_P, guarded(f.ns_lambda));  // fading
 
     // Fold the attitude error into q on the body side: q (x) (1, x0, x1, x2).
-    qvmatrix_double_to_matrix_trans(&f.ns_M, q, 4);
-    f.ns_norm = qvmtx_norm(f.ns_M);
-    qvmtx_divs(&f.ns_T1, f.ns_M, guarded(f.ns_norm));
+    mx::column_from_array(&f.ns_M, q, 4);
+    f.ns_norm = mx::norm(f.ns_M);
+    mx::divs(&f.ns_T1, f.ns_M, guarded(f.ns_norm));
     const double dq[4] = {1.0, x[0], x[1], x[2]};
-    qvmatrix_double_to_matrix_trans(&f.ns_T2, dq, 4);
-    QvGyroCal_quaternionmul(&f.ns_T3, f.ns_T1, f.ns_T2);
-    f.ns_norm = qvmtx_norm(f.ns_T3);
-    qvmtx_divs_self(&f.ns_T3, guarded(f.ns_norm));
-    qvmatrix_matrix_to_double_trans(f.ns_T3, q);
+    mx::column_from_array(&f.ns_T2, dq, 4);
+    mx::quaternion_product(&f.ns_T3, f.ns_T1, f.ns_T2);
+    f.ns_norm = mx::norm(f.ns_T3);
+    mx::divs_self(&f.ns_T3, guarded(f.ns_norm));
+    mx::column_to_array(f.ns_T3, q);
 
     for (int i = 0; i < 3; ++i) {
         bias_corr_out[i] = x[3 + i];
         mag_corr_out[i] = x[6 + i];
     }
+}
+
+extern "C" MAGCAL_API void QvGyroCal_9_states(double q[4], double mag_corr_out[3],
+                                              double bias_corr_out[3], const double mag[3],
+                                              const double acc[3], const double gyro[3],
+                                              const double gyro_prev[3], double dt) {
+    using namespace magcal::ekf;
+    if (q == nullptr || mag_corr_out == nullptr || bias_corr_out == nullptr || mag == nullptr ||
+        acc == nullptr || gyro == nullptr || gyro_prev == nullptr)
+        return;
+    // The specialised step gives the same bits for a fraction of the work; it
+    // declines, having changed nothing, whenever an operand is not finite.
+    if (magcal::fast_path_enabled() &&
+        nine_state_step_fast(q, mag_corr_out, bias_corr_out, mag, acc, gyro, gyro_prev, dt))
+        return;
+    nine_state_step_plain(q, mag_corr_out, bias_corr_out, mag, acc, gyro, gyro_prev, dt);
 }

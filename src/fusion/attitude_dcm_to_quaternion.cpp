@@ -9,6 +9,9 @@
 #include <cmath>
 
 #include "magcal/magcal_algorithms.h"
+#include "matrix/matrix_ops.h"
+
+namespace mx = magcal::matrix;
 
 namespace {
 constexpr double kTraceError = -32768.0;  // what the trace reports for an unusable matrix
@@ -17,7 +20,7 @@ constexpr double kTraceError = -32768.0;  // what the trace reports for an unusa
 extern "C" MAGCAL_API int32_t convm_dc_to_quat_b(double q_out[4], const Matrix6* dcm) {
     if (q_out == nullptr || dcm == nullptr) return -1;
 
-    const double t = qvmtx_trace_6(*dcm);
+    const double t = mx::trace(*dcm);
     if (t == kTraceError) return -1;
 
     const double m00 = dcm->data[0][0], m01 = dcm->data[0][1], m02 = dcm->data[0][2];

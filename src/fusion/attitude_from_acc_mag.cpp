@@ -13,6 +13,9 @@
 // divided by its zero length through the matrix division, and the NaNs that
 // result pass through to the quaternion.
 #include "magcal/magcal_algorithms.h"
+#include "matrix/matrix_ops.h"
+
+namespace mx = magcal::matrix;
 
 extern "C" MAGCAL_API int32_t acc_mag2quaternion_b(double q_out[4], const double acc[3],
                                                    const double mag[3]) {
@@ -23,17 +26,17 @@ extern "C" MAGCAL_API int32_t acc_mag2quaternion_b(double q_out[4], const double
     Matrix6 east;
     Matrix6 north;
     Matrix6 up;
-    qvmatrix_double_to_matrix_trans_6(&a, acc, 3);
-    qvmatrix_double_to_matrix_trans_6(&m, mag, 3);
+    mx::column_from_array(&a, acc, 3);
+    mx::column_from_array(&m, mag, 3);
 
-    qvmtx_cross_6(&east, a, m);
-    qvmtx_divs_6(&east, east, qvmtx_norm_6(east));
-    qvmtx_cross_6(&north, a, east);
-    qvmtx_divs_6(&north, north, qvmtx_norm_6(north));
-    qvmtx_divs_6(&up, a, qvmtx_norm_6(a));
+    mx::cross(&east, a, m);
+    mx::divs(&east, east, mx::norm(east));
+    mx::cross(&north, a, east);
+    mx::divs(&north, north, mx::norm(north));
+    mx::divs(&up, a, mx::norm(a));
 
     Matrix6 dcm;
-    qvmtx_assign_6(&dcm, 3, 3, 0.0);
+    mx::assign(&dcm, 3, 3, 0.0);
     for (int r = 0; r < 3; ++r) {
         dcm.data[r][0] = -east.data[r][0];
         dcm.data[r][1] = -north.data[r][0];

@@ -31,11 +31,11 @@ double g_accuracy_tuning[4] = {600.0, 50.0, 10.0, 10.0};
 
 namespace {
 
-constexpr double kMoveRate = 0.10000000149011612;     // 0.1f: the device is turning [rad/s]
-constexpr double kFastRate = 0.5;                     // fast turning [rad/s]
-constexpr double kFilterRate = 0.05000000074505806;   // 0.05f: enough rate to step the filter
+constexpr double kMoveRate = 0.10000000149011612;        // 0.1f: the device is turning [rad/s]
+constexpr double kFastRate = 0.5;                        // fast turning [rad/s]
+constexpr double kFilterRate = 0.05000000074505806;      // 0.05f: enough rate to step the filter
 constexpr double kRadiusAgreement = 0.4000000059604645;  // 0.4f: sphere radius agrees [uT]
-constexpr double kSwingRange = 130.0;   // a larger swing within a second is no earth field [uT]
+constexpr double kSwingRange = 130.0;     // a larger swing within a second is no earth field [uT]
 constexpr double kMinFieldRadius = 25.0;  // plausible earth field, lower bound [uT]
 constexpr double kMaxFieldRadius = 70.0;  // plausible earth field, upper bound [uT]
 constexpr double kPublishRadius = 20.0;   // a shorter corrected field is not trusted [uT]
@@ -100,8 +100,7 @@ void start_after_restart(const double mag[3], const double acc[3], const double 
 
 // First sample after the first initialisation: a stored accuracy of 2 or 3
 // whose radius fits is taken as calibrated; below 2 nothing is seeded.
-void first_start(const double mag[3], const double acc[3], const double gyro[3],
-                 double mag_norm) {
+void first_start(const double mag[3], const double acc[3], const double gyro[3], double mag_norm) {
     copy3(fs.gyro_prev, gyro);
     copy3(fs.offset_est, fs.offset_pub);
     copy3(fs.offset_saved, fs.offset_pub);
@@ -145,20 +144,18 @@ void update_gyro_holds(double g) {
 // Pushes the sample into the one-second history; returns whether any axis
 // swung by more than kSwingRange within it.
 bool push_field_history(const double mag[3]) {
-    for (int k = 99; k >= 1; --k) copy3(fs.mag_hist[k], fs.mag_hist[k - 1]);
-    copy3(fs.mag_hist[0], mag);
+    fs.mag_hist_newest = ring_slot_before<kFieldHistoryLength>(fs.mag_hist_newest);
+    copy3(fs.mag_hist[fs.mag_hist_newest], mag);
+    // The new sample always counts; older entries only up to the valid count.
+    const int32_t scanned = 1 + (fs.mag_hist_cnt < 0    ? 0
+                                 : fs.mag_hist_cnt < 99 ? fs.mag_hist_cnt
+                                                        : 99);
+    double lo[3];
+    double hi[3];
+    update_field_extremes(fs.mag_hist_extremes, fs.mag_hist, fs.mag_hist_newest, scanned, lo, hi);
     bool swing = false;
-    for (int axis = 0; axis < 3; ++axis) {
-        double lo = 5000.0;
-        double hi = -5000.0;
-        // The new sample always counts; older entries only up to the valid count.
-        for (int k = 0; k == 0 || (k <= fs.mag_hist_cnt && k < 100); ++k) {
-            const double v = fs.mag_hist[k][axis];
-            if (v < lo) lo = v;
-            if (v > hi) hi = v;
-        }
-        if (hi - lo > kSwingRange) swing = true;
-    }
+    for (int axis = 0; axis < 3; ++axis)
+        if (hi[axis] - lo[axis] > kSwingRange) swing = true;
     const int32_t window = samples_for(100, period_10ms);
     fs.mag_hist_cnt = fs.mag_hist_cnt + 1;
     if (fs.mag_hist_cnt >= window) fs.mag_hist_cnt = window - 1;
@@ -340,9 +337,9 @@ extern "C" MAGCAL_API void Sensor_Fusion_9_Hybrid_Mar_2018_v3(
     const double hy = mag[1] - fs.offset_est[1];
     const double horiz_radius = std::sqrt(hx * hx + hy * hy);
     int32_t rls_reset = 0;
-    int32_t level = get_accuracy(mag, acc, gyro, rls_diff, 1, fs.disturbed, period_10ms,
-                                 &fs.accuracy, q_gyro, &rls_reset, fs.radius, fs.rls_radius,
-                                 horiz_radius);
+    int32_t level =
+        get_accuracy(mag, acc, gyro, rls_diff, 1, fs.disturbed, period_10ms, &fs.accuracy, q_gyro,
+                     &rls_reset, fs.radius, fs.rls_radius, horiz_radius);
     if (rls_reset != 0) restart_sphere_fit();
     if (fs.acc_prev < 3 && fs.accuracy >= 3) copy3(fs.offset_saved, fs.offset_est);
 

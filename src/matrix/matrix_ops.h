@@ -4,8 +4,10 @@
 // fixed row stride (9 or 6); only the leading rows x cols block means
 // anything. Every operation first gives the destination its result shape and
 // clears its leading block to 0.0, then accumulates the result into it, so a
-// result element is always 0.0 + (value). Sources arrive as copies, which is
-// what lets a destination be one of its own sources.
+// result element is always 0.0 + (value). A destination may be one of its own
+// sources: the exported functions take their sources by value, and these
+// templates, which the library calls directly, read such a source from a copy
+// (and only then, so the common case copies nothing).
 //
 // The two capacities differ in three places, each kept from the original
 // interface: the 6x6 assign fills the whole record, and the 6x6 identity and
@@ -88,6 +90,7 @@ int32_t eye_muls(M* dst, int32_t n, double s) {
 
 template <typename M>
 int32_t trans(M* dst, const M& a) {
+    if (dst == &a) return trans(dst, M(a));
     if (dst == nullptr || !shape_fits<M>(a.rows, a.cols)) return -1;
     reshape_cleared(dst, a.cols, a.rows);
     for (int32_t i = 0; i < a.rows; ++i)
@@ -97,6 +100,10 @@ int32_t trans(M* dst, const M& a) {
 
 template <typename M>
 int32_t mulm(M* dst, const M& a, const M& b) {
+    if (dst == &a || dst == &b) {
+        const M copy = *dst;
+        return mulm(dst, dst == &a ? copy : a, dst == &b ? copy : b);
+    }
     if (dst == nullptr || a.cols != b.rows) return -1;
     if (!shape_fits<M>(a.rows, a.cols) || !shape_fits<M>(b.rows, b.cols)) return -1;
     reshape_cleared(dst, a.rows, b.cols);
@@ -108,6 +115,7 @@ int32_t mulm(M* dst, const M& a, const M& b) {
 
 template <typename M>
 int32_t muls(M* dst, const M& a, double s) {
+    if (dst == &a) return muls(dst, M(a), s);
     if (dst == nullptr || !shape_fits<M>(a.rows, a.cols)) return -1;
     reshape_cleared(dst, a.rows, a.cols);
     for (int32_t i = 0; i < a.rows; ++i)
@@ -117,6 +125,7 @@ int32_t muls(M* dst, const M& a, double s) {
 
 template <typename M>
 int32_t divs(M* dst, const M& a, double s) {
+    if (dst == &a) return divs(dst, M(a), s);
     if (dst == nullptr || !shape_fits<M>(a.rows, a.cols)) return -1;
     reshape_cleared(dst, a.rows, a.cols);
     for (int32_t i = 0; i < a.rows; ++i)
@@ -126,6 +135,10 @@ int32_t divs(M* dst, const M& a, double s) {
 
 template <typename M>
 int32_t addm(M* dst, const M& a, const M& b) {
+    if (dst == &a || dst == &b) {
+        const M copy = *dst;
+        return addm(dst, dst == &a ? copy : a, dst == &b ? copy : b);
+    }
     if (dst == nullptr || a.rows != b.rows || a.cols != b.cols) return -1;
     if (!shape_fits<M>(a.rows, a.cols)) return -1;
     reshape_cleared(dst, a.rows, a.cols);
@@ -136,6 +149,10 @@ int32_t addm(M* dst, const M& a, const M& b) {
 
 template <typename M>
 int32_t subm(M* dst, const M& a, const M& b) {
+    if (dst == &a || dst == &b) {
+        const M copy = *dst;
+        return subm(dst, dst == &a ? copy : a, dst == &b ? copy : b);
+    }
     if (dst == nullptr || a.rows != b.rows || a.cols != b.cols) return -1;
     if (!shape_fits<M>(a.rows, a.cols)) return -1;
     reshape_cleared(dst, a.rows, a.cols);
@@ -146,6 +163,7 @@ int32_t subm(M* dst, const M& a, const M& b) {
 
 template <typename M>
 int32_t addm_self(M* m, const M& a) {
+    if (m == &a) return addm_self(m, M(a));
     if (m == nullptr || m->rows != a.rows || m->cols != a.cols) return -1;
     if (!shape_fits<M>(a.rows, a.cols)) return -1;
     for (int32_t i = 0; i < a.rows; ++i)
@@ -155,6 +173,7 @@ int32_t addm_self(M* m, const M& a) {
 
 template <typename M>
 int32_t subm_self(M* m, const M& a) {
+    if (m == &a) return subm_self(m, M(a));
     if (m == nullptr || m->rows != a.rows || m->cols != a.cols) return -1;
     if (!shape_fits<M>(a.rows, a.cols)) return -1;
     for (int32_t i = 0; i < a.rows; ++i)
@@ -182,6 +201,10 @@ int32_t divs_self(M* m, double s) {
 // the destination takes a's shape, b's shape is not looked at.
 template <typename M>
 int32_t cross(M* dst, const M& a, const M& b) {
+    if (dst == &a || dst == &b) {
+        const M copy = *dst;
+        return cross(dst, dst == &a ? copy : a, dst == &b ? copy : b);
+    }
     if (dst == nullptr || !shape_fits<M>(a.rows, a.cols)) return -1;
     if (is_compact<M>()) clear_record(dst);
     reshape_cleared(dst, a.rows, a.cols);
@@ -209,6 +232,7 @@ int32_t cross(M* dst, const M& a, const M& b) {
 // fails even when the matrix is invertible, and a tiny pivot is used as is.
 template <typename M>
 int32_t inv(M* dst, const M& a) {
+    if (dst == &a) return inv(dst, M(a));
     if (dst == nullptr) return -1;
     const int32_t n = a.rows;
     if (n < 1) {
@@ -270,6 +294,10 @@ int32_t column_from_array(M* dst, const double* v, int32_t n) {
 // Hamilton product p (x) q of 4x1 quaternions, scalar first; not normalised.
 template <typename M>
 void quaternion_product(M* dst, const M& p, const M& q) {
+    if (dst == &p || dst == &q) {
+        const M copy = *dst;
+        return quaternion_product(dst, dst == &p ? copy : p, dst == &q ? copy : q);
+    }
     if (dst == nullptr) return;
     assign(dst, 4, 1, 0.0);
     const double p0 = p.data[0][0], p1 = p.data[1][0], p2 = p.data[2][0], p3 = p.data[3][0];
@@ -278,6 +306,31 @@ void quaternion_product(M* dst, const M& p, const M& q) {
     dst->data[1][0] = p1 * q0 + p0 * q1 - p3 * q2 + p2 * q3;
     dst->data[2][0] = p2 * q0 + p3 * q1 + p0 * q2 - p1 * q3;
     dst->data[3][0] = p3 * q0 - p2 * q1 + p1 * q2 + p0 * q3;
+}
+
+// out[i] = a(i, 0) for the used rows: the first column only.
+template <typename M>
+int32_t column_to_array(const M& a, double* out) {
+    if (out == nullptr) return -1;
+    for (int32_t i = 0; i < a.rows && i < capacity_of<M>(); ++i) out[i] = a.data[i][0];
+    return 0;
+}
+
+// [v x] of the 3-vector in v's first column, so that [v x] * u = v x u.
+template <typename M>
+int32_t cross_matrix(M* dst, const M& v) {
+    if (dst == nullptr) return -1;
+    const double x = v.data[0][0];
+    const double y = v.data[1][0];
+    const double z = v.data[2][0];
+    reshape_cleared(dst, 3, 3);
+    dst->data[0][1] = -z;
+    dst->data[0][2] = y;
+    dst->data[1][0] = z;
+    dst->data[1][2] = -x;
+    dst->data[2][0] = -y;
+    dst->data[2][1] = x;
+    return 0;
 }
 
 }  // namespace magcal::matrix

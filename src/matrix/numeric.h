@@ -30,4 +30,35 @@ inline int32_t period_from_step(double dt) {
     return period;
 }
 
+// Histories are rings read newest first: entry k (0 the newest) of a ring
+// of N slots whose newest entry is in slot `newest`. A new entry goes into
+// the slot before the newest, so nothing is ever shifted.
+template <typename T, int N>
+T& ring_entry(T (&ring)[N], int32_t newest, int32_t k) {
+    return ring[(newest + k) % N];
+}
+
+template <int N>
+int32_t ring_slot_before(int32_t newest) {
+    return newest == 0 ? N - 1 : newest - 1;
+}
+
+// Calls visit(slot) for entries last, last - 1, ..., first of a ring of N
+// slots (0 the newest): the oldest first, as a history shifted along reads
+// them, without an index division per entry.
+template <int N, typename Visit>
+void ring_visit_oldest_first(int32_t newest, int32_t first, int32_t last, Visit visit) {
+    int32_t k = last;
+    for (; k >= first && newest + k >= N; --k) visit(newest + k - N);
+    for (; k >= first; --k) visit(newest + k);
+}
+
+// Calls visit(slot) for entries 0, 1, ..., count - 1: the newest first.
+template <int N, typename Visit>
+void ring_visit_newest_first(int32_t newest, int32_t count, Visit visit) {
+    int32_t k = 0;
+    for (; k < count && newest + k < N; ++k) visit(newest + k);
+    for (; k < count; ++k) visit(newest + k - N);
+}
+
 }  // namespace magcal

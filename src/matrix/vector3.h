@@ -6,7 +6,9 @@
 
 namespace magcal {
 
-inline double length3(const double v[3]) { return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]); }
+inline double length3(const double v[3]) {
+    return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+}
 
 // |a - b|, the difference taken per axis first.
 inline double distance3(const double a[3], const double b[3]) {

@@ -24,7 +24,12 @@
 #include <cmath>
 
 #include "magcal/magcal_algorithms.h"
+#include "matrix/fast_path.h"
+#include "matrix/matrix_ops.h"
 #include "offset/sphere_fit_state.h"
+#include "offset/sphere_fit_step.h"
+
+namespace mx = magcal::matrix;
 
 namespace magcal::offset {
 
@@ -47,59 +52,71 @@ extern "C" {
 MAGCAL_API int32_t QvGyroCal_RLS_init(const RlsConfig* config) {
     if (config == nullptr) return -1;
     auto& st = g_sphere_fit;
-    qvmtx_assign_6(&st.rls_theta, 4, 1, 0.0);
-    qvmtx_assign_6(&st.rls_P, 4, 4, 0.0);
+    mx::assign(&st.rls_theta, 4, 1, 0.0);
+    mx::assign(&st.rls_P, 4, 4, 0.0);
 
-    qvmtx_eye_muls_6(&st.work_a, 3, magcal::offset::power_of_ten(config->p_centre_exp));
+    mx::eye_muls(&st.work_a, 3, magcal::offset::power_of_ten(config->p_centre_exp));
     for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j) st.rls_P.data[i][j] = st.work_a.data[i][j];
     st.rls_P.data[3][3] = magcal::offset::power_of_ten(config->p_term_exp);
     // The overall scale applies to both blocks (and to the zeros between).
-    qvmtx_muls_self_6(&st.rls_P, magcal::offset::power_of_ten(config->p_scale_exp));
+    mx::muls_self(&st.rls_P, magcal::offset::power_of_ten(config->p_scale_exp));
 
     st.rls_r = magcal::offset::power_of_ten(config->r_exp);
     st.rls_lambda = config->lambda;
     return 0;
 }
 
-MAGCAL_API int32_t QvGyroCal_RLS(double centre_out[3], double* radius_out, const double mag[3]) {
-    if (centre_out == nullptr || radius_out == nullptr || mag == nullptr) return -1;
+}  // extern "C"
+
+void magcal::offset::sphere_fit_step_plain(const double mag[3]) {
     auto& st = g_sphere_fit;
     const double lambda = st.rls_lambda;
 
-    Matrix6 z;
-    qvmatrix_double_to_matrix_trans_6(&z, mag, 3);
-    const double y = qvmtx_norm_square_6(z);  // observation |m|^2 [uT^2]
+    Matrix6 z{};
+    mx::column_from_array(&z, mag, 3);
+    const double y = mx::norm_square(z);  // observation |m|^2 [uT^2]
 
     Matrix6 phi;  // 1x4 regressor [2 m, 1]
-    qvmtx_assign_6(&phi, 1, 4, 1.0);
+    mx::assign(&phi, 1, 4, 1.0);
     for (int i = 0; i < 3; ++i) phi.data[0][i] = 2.0 * z.data[i][0];
 
     // Innovation variance s = (phi.P).phi^T + (lambda.lambda).r, then its inverse.
-    qvmtx_mulm_6(&st.work_a, phi, st.rls_P);
-    qvmtx_trans_6(&st.work_b, phi);
-    qvmtx_mulm_6(&st.work_a, st.work_a, st.work_b);
+    mx::mulm(&st.work_a, phi, st.rls_P);
+    mx::trans(&st.work_b, phi);
+    mx::mulm(&st.work_a, st.work_a, st.work_b);
     st.work_a.data[0][0] = st.work_a.data[0][0] + (lambda * lambda) * st.rls_r;
-    qvmtx_inv_6(&st.work_a, st.work_a);
+    mx::inv(&st.work_a, st.work_a);
 
     // Gain K = (P.phi^T).s^-1, 4x1.
-    qvmtx_mulm_6(&st.work_c, st.rls_P, st.work_b);
-    qvmtx_mulm_6(&st.work_c, st.work_c, st.work_a);
+    mx::mulm(&st.work_c, st.rls_P, st.work_b);
+    mx::mulm(&st.work_c, st.work_c, st.work_a);
 
     // Prediction error e = y - phi.theta (1x1), then theta += K.e in place.
-    qvmtx_mulm_6(&st.work_a, phi, st.rls_theta);
-    qvmtx_assign_6(&st.work_b, 1, 1, y);
-    qvmtx_subm_6(&st.work_a, st.work_b, st.work_a);
-    qvmtx_mulm_6(&st.work_b, st.work_c, st.work_a);
-    qvmtx_addm_self_6(&st.rls_theta, st.work_b);
+    mx::mulm(&st.work_a, phi, st.rls_theta);
+    mx::assign(&st.work_b, 1, 1, y);
+    mx::subm(&st.work_a, st.work_b, st.work_a);
+    mx::mulm(&st.work_b, st.work_c, st.work_a);
+    mx::addm_self(&st.rls_theta, st.work_b);
 
     // P = ((I4 - K.phi).P) / (lambda.lambda).
-    qvmtx_mulm_6(&st.work_a, st.work_c, phi);
-    qvmtx_eye_6(&st.work_b, 4);
-    qvmtx_subm_6(&st.work_b, st.work_b, st.work_a);
-    qvmtx_mulm_6(&st.work_a, st.work_b, st.rls_P);
-    qvmtx_divs_6(&st.rls_P, st.work_a, lambda * lambda);
+    mx::mulm(&st.work_a, st.work_c, phi);
+    mx::eye(&st.work_b, 4);
+    mx::subm(&st.work_b, st.work_b, st.work_a);
+    mx::mulm(&st.work_a, st.work_b, st.rls_P);
+    mx::divs(&st.rls_P, st.work_a, lambda * lambda);
+}
 
+extern "C" {
+
+MAGCAL_API int32_t QvGyroCal_RLS(double centre_out[3], double* radius_out, const double mag[3]) {
+    if (centre_out == nullptr || radius_out == nullptr || mag == nullptr) return -1;
+    // The specialised step gives the same bits for a fraction of the work; it
+    // declines, having changed nothing, whenever an operand is not finite.
+    if (!magcal::fast_path_enabled() || !magcal::offset::sphere_fit_step_fast(mag))
+        magcal::offset::sphere_fit_step_plain(mag);
+
+    const auto& st = g_sphere_fit;
     const double c0 = st.rls_theta.data[0][0];
     const double c1 = st.rls_theta.data[1][0];
     const double c2 = st.rls_theta.data[2][0];

@@ -259,4 +259,32 @@ TEST(PluginSymbols, ExportsExactlyTheDocumentedNames) {
     for (const std::string& name : actual) EXPECT_TRUE(expected.count(name)) << "unexpected " << name;
 }
 
+// Symbols that the plug-in's procedure linkage table resolves at load time.
+std::set<std::string> plt_symbols() {
+    const std::string command = std::string(MAGCAL_READELF_COMMAND) + " -rW " MAGCAL_PLUGIN_PATH;
+    std::set<std::string> names;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return names;
+    char line[1024];
+    while (std::fgets(line, sizeof line, pipe) != nullptr) {
+        char offset[64], info[64], type[64], value[64], name[512];
+        if (std::sscanf(line, "%63s %63s %63s %63s %511s", offset, info, type, value, name) == 5 &&
+            std::string(type).find("JUMP_SLOT") != std::string::npos)
+            names.insert(name);
+    }
+    pclose(pipe);
+    return names;
+}
+
+// The library's calls to its own exported functions are bound when it is
+// linked, so none of them costs a lookup or can be replaced by the host.
+TEST(PluginSymbols, InternalCallsNeverGoThroughTheDynamicSymbolTable) {
+    const std::set<std::string> own = exported_symbols();
+    ASSERT_TRUE(own.count("qvmtx_mulm")) << "could not list the plug-in's dynamic symbols";
+    const std::set<std::string> plt = plt_symbols();
+    ASSERT_FALSE(plt.empty()) << "could not list the plug-in's relocations";
+    for (const std::string& name : plt)
+        EXPECT_FALSE(own.count(name)) << name << " goes through the PLT";
+}
+
 }  // namespace

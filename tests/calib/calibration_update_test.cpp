@@ -6,6 +6,7 @@
 #include "calib/calibration_state.h"
 #include "fusion/fusion_state.h"
 #include "magcal/magcal_algorithms.h"
+#include "matrix/numeric.h"
 #include "support/alloc_counter.h"
 #include "support/library_reset.h"
 
@@ -148,22 +149,25 @@ TEST(AngleFilter, AveragesAcrossNorthAndDropsOutliers) {
     magcal_test::reset_library_state();
     magcal::period_10ms = 2;
     auto& h = g_update_history;
-    h.angle_buf[0] = 2.0;
-    h.angle_buf[1] = 358.0;
+    auto entry = [&h](int k) -> double& {
+        return magcal::ring_entry(h.angle_buf, h.angle_newest, k);
+    };
+    entry(0) = 2.0;
+    entry(1) = 358.0;
     h.angle_cnt = 2;
     EXPECT_EQ(angle_filter(0.0), 0.0);  // (360 + 362 + 358) / 3 = 360 -> 0
-    EXPECT_EQ(h.angle_buf[0], 0.0);
+    EXPECT_EQ(entry(0), 0.0);
     EXPECT_EQ(h.angle_cnt, 3);
 
-    h.angle_buf[0] = 350.0;
+    entry(0) = 350.0;
     h.angle_cnt = 1;
     EXPECT_EQ(angle_filter(5.0), 5.0);  // 350 is 345 away: an outlier
 
-    h.angle_buf[0] = 200.0;
+    entry(0) = 200.0;
     h.angle_cnt = 1;
     EXPECT_EQ(angle_filter(90.0), 90.0);
 
-    h.angle_buf[0] = 100.0;
+    entry(0) = 100.0;
     h.angle_cnt = 1;
     EXPECT_EQ(angle_filter(96.0), 98.0);
 

@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# Times this tree's plug-in against an earlier commit's in one process, the
+# two builds' rounds interleaved (A B A B ...), on recorded sensor logs, and
+# checks on the same logs, and on perturbed copies of them full of special
+# values, that both builds hand the host the same bytes for every sample.
+# Exits non-zero when any output differs.
+#
+#   scripts/compare-with-base.sh [--base COMMIT] [--rounds N] [LOG ...]
+#
+# The default base is f7424c4, the last commit before the specialised
+# per-sample path; the default log is the golden 50 Hz session.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+base=f7424c4
+rounds=21
+logs=()
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --base) base=$2; shift 2 ;;
+    --rounds) rounds=$2; shift 2 ;;
+    *) logs+=("$1"); shift ;;
+  esac
+done
+[ ${#logs[@]} -gt 0 ] || logs=(tests/golden/figure8_50hz_input.csv)
+
+cmake --preset default >/dev/null
+cmake --build --preset default --target magcal magcal_plugin_replay >/dev/null
+replay=build/default/bench/magcal_plugin_replay
+plugin=$PWD/build/default/libmagcal.so
+base_plugin=$(scripts/build-base.sh "$base")
+
+tmp=$(mktemp -d)
+trap 'rm -rf "$tmp"' EXIT
+status=0
+for log in "${logs[@]}"; do
+  input=$log
+  case "$log" in *.gz) input=$tmp/log.csv; zcat "$log" >"$input" ;; esac
+  echo "== $(basename "$log")"
+  "$replay" --rounds "$rounds" "$input" "$plugin" "$base_plugin" 2>/dev/null | tail -n +2 || status=1
+  for seed in 1 2 3 4; do
+    printf 'perturbed (seed %d): ' "$seed"
+    "$replay" --perturb "$seed" "$input" "$plugin" "$base_plugin" 2>/dev/null | tail -n 1 || status=1
+  done
+done
+exit $status

@@ -1,0 +1,11 @@
+#include "matrix/fast_path.h"
+
+namespace magcal {
+
+FastPathSwitch g_fast_path{};
+
+void set_fast_path_enabled(bool enabled) {
+    g_fast_path.plain_only = !enabled;
+}
+
+}  // namespace magcal
