@@ -154,6 +154,13 @@ foreach(option IN LISTS LINK_OPTIONS)
     file(REAL_PATH "${CMAKE_MATCH_1}" cmake_map)
   endif()
 endforeach()
+# Link options that decide how the library binds its own symbols must match;
+# the export map is compared below and --no-undefined is the platform default.
+foreach(option IN LISTS LINK_OPTIONS)
+  if(option MATCHES "-Bsymbolic" AND NOT option IN_LIST ldflags)
+    problem("link option ${option} of the CMake build is missing from ldflags")
+  endif()
+endforeach()
 bp_scalar(version_script bp_map)
 get_filename_component(bp_dir "${ANDROID_BP}" DIRECTORY)
 if(bp_map)
