@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 
+#include "magcal/magcal_decision_snapshot.h"
 #include "magcal/magcal_host.h"
 #include "sim/session_simulator.h"
 
@@ -209,9 +210,9 @@ TEST_F(Plugin, OffsetRoundTripAndRestartKeepsWhatWasLearnt) {
     for (int k = 0; k < 3; ++k) EXPECT_EQ(after.offset[k], before[k]);  // ... the offset was not
 }
 
-std::set<std::string> exported_symbols() {
-    const std::string command = std::string(MAGCAL_NM_COMMAND) +
-                                " -D --defined-only --format=posix " MAGCAL_PLUGIN_PATH;
+std::set<std::string> exported_symbols(const char* library = MAGCAL_PLUGIN_PATH) {
+    const std::string command =
+        std::string(MAGCAL_NM_COMMAND) + " -D --defined-only --format=posix " + library;
     std::set<std::string> names;
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return names;
@@ -257,6 +258,45 @@ TEST(PluginSymbols, ExportsExactlyTheDocumentedNames) {
         it = (it->rfind("__", 0) == 0) ? actual.erase(it) : std::next(it);
     for (const std::string& name : expected) EXPECT_TRUE(actual.count(name)) << "missing " << name;
     for (const std::string& name : actual) EXPECT_TRUE(expected.count(name)) << "unexpected " << name;
+}
+
+// The tools' library is the plug-in plus exactly one name; hosts never get it.
+TEST(PluginSymbols, TraceLibraryAddsOnlyTheDecisionSnapshot) {
+    std::set<std::string> expected = exported_symbols(MAGCAL_PLUGIN_PATH);
+    ASSERT_FALSE(expected.empty());
+    EXPECT_FALSE(expected.count("magcal_decision_snapshot"));
+    expected.insert("magcal_decision_snapshot");
+    EXPECT_EQ(exported_symbols(MAGCAL_TRACE_PLUGIN_PATH), expected);
+
+    void* plugin = dlopen(MAGCAL_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(plugin, nullptr);
+    EXPECT_EQ(dlsym(plugin, "magcal_decision_snapshot"), nullptr);
+    dlclose(plugin);
+}
+
+TEST(PluginSymbols, DecisionSnapshotRefusesAnotherLayoutAndWritesNothing) {
+    void* lib = dlopen(MAGCAL_TRACE_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(lib, nullptr);
+    using Snapshot = int32_t (*)(MagcalDecisionSnapshot*, size_t);
+    const auto snapshot = reinterpret_cast<Snapshot>(dlsym(lib, "magcal_decision_snapshot"));
+    ASSERT_NE(snapshot, nullptr);
+    MagcalDecisionSnapshot s;
+    std::memset(&s, 0xA5, sizeof s);
+    EXPECT_EQ(snapshot(&s, sizeof s - 8), -1);
+    EXPECT_EQ(snapshot(&s, sizeof s + 8), -1);
+    EXPECT_EQ(snapshot(nullptr, sizeof s), -1);
+    EXPECT_EQ(s.size, 0xA5A5A5A5u);
+    EXPECT_EQ(s.accuracy, static_cast<int32_t>(0xA5A5A5A5u));
+    ASSERT_EQ(snapshot(&s, sizeof s), 0);
+    EXPECT_EQ(s.size, sizeof s);
+    EXPECT_EQ(s.version, static_cast<uint32_t>(MAGCAL_DECISION_SNAPSHOT_VERSION));
+    // Fresh state: the library's load-time values, not the fill pattern.
+    EXPECT_EQ(s.period_10ms, 2);
+    EXPECT_EQ(s.ref_acc_z, static_cast<double>(9.8f));
+    EXPECT_EQ(s.accuracy3_offset_diff_th, 15.0);
+    EXPECT_EQ(s.start_radius_tol, 10.0);
+    EXPECT_EQ(s.accuracy, 0);
+    dlclose(lib);
 }
 
 }  // namespace

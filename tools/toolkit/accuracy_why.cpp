@@ -26,6 +26,7 @@ constexpr double kEarthMin = 25.0;           // accuracy 3 needs an earth-like r
 constexpr double kEarthMax = 70.0;           // [uT]
 constexpr double kSphereAgree2 = 10.0;       // offset/sphere gap for accuracy 2, x and y [uT]
 constexpr double kTol[3] = {6.0, 3.5, 3.0};  // steadiness for the step from 0, 1, 2 [uT]
+constexpr double kShortStretchS = 0.25;      // shorter stretches get no message [s]
 
 std::string format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 std::string format(const char* fmt, ...) {
@@ -312,6 +313,9 @@ void AccuracyExplainer::note_drop(const TraceRow& row, int from) {
 void AccuracyExplainer::close_stretch(double t_end_s, bool at_end) {
     Stretch& s = stretch_;
     if (s.accuracy < 0 || s.accuracy >= 3) return;
+    // A level passed through on the way up, or touched between two drops,
+    // says nothing a person could act on.
+    if (t_end_s - s.t_begin_s < kShortStretchS && !at_end) return;
     size_t main = index_of(s.last_rule);
     for (size_t r = 0; r < kRules; ++r)
         if (s.held_s[r] > s.held_s[main]) main = r;
@@ -343,9 +347,9 @@ void AccuracyExplainer::add(const TraceRow& row) {
         time_at3_s_ += row.t_s - last_t_s_;
     }
     const int a = d.accuracy;
-    if (a < last_accuracy_) note_drop(row, last_accuracy_);
     if (a != stretch_.accuracy) {
         close_stretch(row.t_s, false);
+        if (a < last_accuracy_) note_drop(row, last_accuracy_);
         stretch_ = Stretch{};
         stretch_.accuracy = a;
         stretch_.t_begin_s = row.t_s;
