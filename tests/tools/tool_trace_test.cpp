@@ -7,6 +7,7 @@
 // leave no file behind.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 #include "tool_test_support.h"
@@ -73,6 +74,25 @@ TEST(ToolTrace, ResultsAreThePluginsBytesAndWhyReadsTheTraceBack) {
     run = run_tool("why @trace.csv", dir);
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.out, why);
+}
+
+TEST(ToolTrace, ReportDrawsTheEvidenceOnlyFromTheTraceOfTheSameReplay) {
+    ScratchDir dir;
+    ASSERT_EQ(run_tool("simulate --script \"hold 1; turn z 180 90; hold 1\" -o @a.csv", dir).status,
+              0);
+    ASSERT_EQ(run_tool("simulate --script \"hold 1; turn x 180 90; hold 2\" -o @b.csv", dir).status,
+              0);
+    ASSERT_EQ(run_tool("replay @a.csv -o @a.res.csv --trace @a.trace.csv", dir).status, 0);
+    ASSERT_EQ(run_tool("replay @b.csv -o @b.res.csv --trace @b.trace.csv", dir).status, 0);
+    ToolRun run = run_tool("report @a.res.csv --trace @a.trace.csv -o @a.png", dir);
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(slurp(dir.file("a.png")).substr(1, 3), "PNG");
+    run = run_tool("report @a.res.csv --trace @b.trace.csv -o @mixed.png", dir);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_NE(run.err.find(dir.file("b.trace.csv") + ": not the trace of these results"),
+              std::string::npos)
+        << run.err;
+    EXPECT_FALSE(std::filesystem::exists(dir.file("mixed.png")));
 }
 
 TEST(ToolTrace, ThePluginHostsLoadCannotTraceAndNothingIsLeftBehind) {
