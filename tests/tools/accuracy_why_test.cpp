@@ -26,6 +26,7 @@ TraceRow row(double t_s, int accuracy) {
     r.processed = true;
     MagcalDecisionSnapshot& d = r.decision;
     d.accuracy = accuracy;
+    d.run_state = 1;
     d.period_10ms = 2;
     d.radius = 45.0;
     d.mag[0] = 10.0;
@@ -173,10 +174,19 @@ TEST(AccuracyWhy, DropsAreToldApartByTheLossTestTheyMet) {
         << m[1].text;
 
     // Neither loss condition: only a start lowers the accuracy otherwise.
-    rows[2].decision.radius = 58.0;
-    m = explain_accuracy(rows, RestoredCalibration{3, 45.0});
+    // The seeding sample shows the stored accuracy without deciding anything.
+    std::vector<TraceRow> start{row(0.0, 3), row(0.02, 0), row(0.04, 0)};
+    start[0].decision.run_state = 0;
+    start[1].decision.radius = 58.0;
+    m = explain_accuracy(start, RestoredCalibration{3, 45.0});
+    ASSERT_GE(m.size(), 2u);
     EXPECT_EQ(m[1].rule, WhyRule::StartRejected);
+    EXPECT_NE(m[1].text.find("from 3 to 0 at 0.0 s"), std::string::npos) << m[1].text;
     EXPECT_NE(m[1].text.find("radius 58.0 uT against the stored 45.0 uT"), std::string::npos)
+        << m[1].text;
+    EXPECT_EQ(m[0].text.find("accuracy 3"), std::string::npos) << "3 was never decided";
+    m = explain_accuracy(start, RestoredCalibration{1, 45.0});
+    EXPECT_NE(m[1].text.find("a restored accuracy of 1 is not kept"), std::string::npos)
         << m[1].text;
 }
 

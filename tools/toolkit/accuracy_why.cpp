@@ -289,7 +289,11 @@ void AccuracyExplainer::note_drop(const TraceRow& row, int from) {
     } else {
         m.rule = WhyRule::StartRejected;
         cause = "the restored calibration does not fit the field here";
-        if (restored_) {
+        if (restored_ && restored_->accuracy < 2) {
+            cause = format("a restored accuracy of %d is not kept at a start (2 or 3 is, when "
+                           "the field fits)",
+                           restored_->accuracy);
+        } else if (restored_) {
             cause +=
                 format(" (radius %.1f uT against the stored %.1f uT", d.radius, restored_->radius);
             cause +=
@@ -338,7 +342,10 @@ void AccuracyExplainer::close_stretch(double t_end_s, bool at_end) {
 }
 
 void AccuracyExplainer::add(const TraceRow& row) {
-    if (!row.processed) return;
+    // The first sample after a start seeds the calibration driver without
+    // running the fusion (run_state stays 0 or 2): its state is the stored
+    // one, not a decision, and the host is shown the driver's seed instead.
+    if (!row.processed || row.decision.run_state != 1) return;
     const MagcalDecisionSnapshot& d = row.decision;
     if (!any_) {
         any_ = true;

@@ -12,7 +12,8 @@
 // two estimators agreeing, then steadiness), and for every stretch of one
 // accuracy below 3 it says which condition held it back longest and what
 // would move it. Each drop gets its own message. Times are seconds from the
-// first magnetometer sample. Memory does not grow with the session: a
+// first magnetometer sample. Samples the library refused, and the seeding
+// sample after a start (the fusion does not run on it), are left out. Memory does not grow with the session: a
 // 10-hour replay streams through it.
 #pragma once
 
