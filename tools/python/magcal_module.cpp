@@ -39,6 +39,10 @@ namespace sim = magcal::sim;
 
 namespace {
 
+// An input array of T, converted (and made contiguous) when it is not one.
+template <typename T>
+using In = py::array_t<T, py::array::c_style | py::array::forcecast>;
+
 template <typename T>
 py::array_t<T> vector_array(size_t n) {
     return py::array_t<T>(static_cast<py::ssize_t>(n));
@@ -78,11 +82,12 @@ py::dict log_arrays(const std::vector<LogRecord>& log) {
     return d;
 }
 
-std::vector<LogRecord> log_records(
-    const py::array_t<int64_t, py::array::c_style | py::array::forcecast>& t,
-    const py::array_t<int8_t, py::array::c_style | py::array::forcecast>& sensor,
-    const py::array_t<float, py::array::c_style | py::array::forcecast>& values,
-    const py::array_t<int32_t, py::array::c_style | py::array::forcecast>& status) {
+// A log given as arrays: t_ns (N,), sensor (N,), values (N, 3), status (N,).
+std::vector<LogRecord> log_records(const py::dict& d) {
+    const auto t = d["t_ns"].cast<In<int64_t>>();
+    const auto sensor = d["sensor"].cast<In<int8_t>>();
+    const auto values = d["values"].cast<In<float>>();
+    const auto status = d["status"].cast<In<int32_t>>();
     const py::ssize_t n = t.size();
     if (t.ndim() != 1 || sensor.ndim() != 1 || sensor.size() != n || status.size() != n ||
         values.ndim() != 2 || values.shape(0) != n || values.shape(1) != 3)
@@ -151,15 +156,11 @@ py::dict truth_arrays(const std::vector<TruthRecord>& rows) {
 }
 
 std::vector<TruthRecord> truth_records(const py::dict& d) {
-    const auto t =
-        d["t_ns"].cast<py::array_t<int64_t, py::array::c_style | py::array::forcecast>>();
-    const auto q = d["q"].cast<py::array_t<double, py::array::c_style | py::array::forcecast>>();
-    const auto h =
-        d["heading_deg"].cast<py::array_t<double, py::array::c_style | py::array::forcecast>>();
-    const auto o =
-        d["offset"].cast<py::array_t<double, py::array::c_style | py::array::forcecast>>();
-    const auto f =
-        d["field_ut"].cast<py::array_t<double, py::array::c_style | py::array::forcecast>>();
+    const auto t = d["t_ns"].cast<In<int64_t>>();
+    const auto q = d["q"].cast<In<double>>();
+    const auto h = d["heading_deg"].cast<In<double>>();
+    const auto o = d["offset"].cast<In<double>>();
+    const auto f = d["field_ut"].cast<In<double>>();
     const py::ssize_t n = t.size();
     if (q.ndim() != 2 || q.shape(0) != n || q.shape(1) != 4 || h.size() != n || o.ndim() != 2 ||
         o.shape(0) != n || o.shape(1) != 3 || f.size() != n)
@@ -436,11 +437,7 @@ std::optional<SavedCalibration> restore_of(const py::object& r) {
 py::dict replay(const std::string& library_path, const py::dict& log_dict,
                 const std::string& softiron_path, const py::object& restore,
                 const py::object& truth, bool trace) {
-    const std::vector<LogRecord> log = log_records(
-        log_dict["t_ns"].cast<py::array_t<int64_t, py::array::c_style | py::array::forcecast>>(),
-        log_dict["sensor"].cast<py::array_t<int8_t, py::array::c_style | py::array::forcecast>>(),
-        log_dict["values"].cast<py::array_t<float, py::array::c_style | py::array::forcecast>>(),
-        log_dict["status"].cast<py::array_t<int32_t, py::array::c_style | py::array::forcecast>>());
+    const std::vector<LogRecord> log = log_records(log_dict);
     ReplaySetup setup;
     setup.softiron_path = softiron_path;
     setup.restore = restore_of(restore);
@@ -482,21 +479,17 @@ py::list why_of_arrays(const py::dict& trace, const py::object& restore) {
     const std::optional<SavedCalibration> s = restore_of(restore);
     std::optional<RestoredCalibration> restored;
     if (s) restored = RestoredCalibration{s->accuracy, s->radius};
-    const auto t =
-        trace["t_ns"].cast<py::array_t<int64_t, py::array::c_style | py::array::forcecast>>();
-    const auto ts =
-        trace["t_s"].cast<py::array_t<double, py::array::c_style | py::array::forcecast>>();
-    const auto processed =
-        trace["processed"].cast<py::array_t<int32_t, py::array::c_style | py::array::forcecast>>();
+    const auto t = trace["t_ns"].cast<In<int64_t>>();
+    const auto ts = trace["t_s"].cast<In<double>>();
+    const auto processed = trace["processed"].cast<In<int32_t>>();
     const py::ssize_t n = t.size();
     if (ts.size() != n || processed.size() != n)
         throw py::value_error("trace arrays differ in length");
-    std::vector<py::array_t<double, py::array::c_style | py::array::forcecast>> cols;
+    std::vector<In<double>> cols;
     for (const TraceColumn& c : trace_columns()) {
         if (!trace.contains(c.name))
             throw py::value_error(std::string("trace lacks column ") + c.name);
-        cols.push_back(
-            trace[c.name].cast<py::array_t<double, py::array::c_style | py::array::forcecast>>());
+        cols.push_back(trace[c.name].cast<In<double>>());
         if (cols.back().size() != n)
             throw py::value_error(std::string("trace column ") + c.name + " differs in length");
     }
@@ -550,14 +543,7 @@ PYBIND11_MODULE(_core, m) {
         "read_truth", [](const std::string& path) { return truth_arrays(read_truth(path)); },
         py::arg("path"));
     m.def("log_warnings", [](const py::dict& d, const std::string& name) {
-        return log_warnings(
-            log_records(
-                d["t_ns"].cast<py::array_t<int64_t, py::array::c_style | py::array::forcecast>>(),
-                d["sensor"].cast<py::array_t<int8_t, py::array::c_style | py::array::forcecast>>(),
-                d["values"].cast<py::array_t<float, py::array::c_style | py::array::forcecast>>(),
-                d["status"]
-                    .cast<py::array_t<int32_t, py::array::c_style | py::array::forcecast>>()),
-            name);
+        return log_warnings(log_records(d), name);
     });
     m.def("simulate", &simulate, py::arg("options"));
     m.def("replay", &replay, py::arg("library"), py::arg("log"), py::arg("softiron_path"),

@@ -11,8 +11,8 @@
 #include "accuracy_why.h"
 
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
+
+#include "text_fields.h"
 
 namespace magcal::tool {
 namespace {
@@ -27,16 +27,6 @@ constexpr double kEarthMax = 70.0;           // [uT]
 constexpr double kSphereAgree2 = 10.0;       // offset/sphere gap for accuracy 2, x and y [uT]
 constexpr double kTol[3] = {6.0, 3.5, 3.0};  // steadiness for the step from 0, 1, 2 [uT]
 constexpr double kShortStretchS = 0.25;      // shorter stretches get no message [s]
-
-std::string format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
-std::string format(const char* fmt, ...) {
-    char buf[512];
-    va_list args;
-    va_start(args, fmt);
-    std::vsnprintf(buf, sizeof buf, fmt, args);
-    va_end(args);
-    return buf;
-}
 
 size_t index_of(WhyRule r) {
     return static_cast<size_t>(r);
@@ -167,7 +157,7 @@ std::string sphere_text(const MagcalDecisionSnapshot& d) {
     for (int k = 1; k < axes; ++k)
         if (gap[k] > gap[worst]) worst = k;
     const double limit = d.accuracy == 1 ? kSphereAgree2 : d.accuracy3_offset_diff_th;
-    std::string s = format(
+    std::string s = printed(
         "the offset filter and the sphere fit are %.1f uT apart on %c (accuracy %d needs less "
         "than %.0f uT)",
         gap[worst], "xyz"[worst], d.accuracy + 1, limit);
@@ -186,7 +176,7 @@ std::string describe(WhyRule rule, const MagcalDecisionSnapshot& d) {
                    "near the device): what was learnt is dropped, and calibration starts again "
                    "0.6 s after the field settles; keep the device away from magnets";
         case WhyRule::StrongField:
-            return format(
+            return printed(
                 "the horizontal field is %.1f uT, more than the 150 uT any earth field has: a "
                 "magnet or iron is near the device; move away from it",
                 horizontal_radius(d));
@@ -194,14 +184,14 @@ std::string describe(WhyRule rule, const MagcalDecisionSnapshot& d) {
             return "no rotation seen yet: turn the device by 40 degrees or more about any axis";
         case WhyRule::RadiusUnsteady: {
             const int level = d.accuracy < 0 ? 0 : d.accuracy > 2 ? 2 : d.accuracy;
-            return format(
+            return printed(
                 "the field radius (now %.1f uT) has not stayed within %.1f uT for %.2f s: the "
                 "offset estimate is still moving or the field is disturbed; turn the device "
                 "slowly and smoothly, away from metal, and pause for a moment",
                 d.radius, kTol[level], seconds_of(steady_needed(d), d));
         }
         case WhyRule::WeakField:
-            return format(
+            return printed(
                 "the field radius is %.1f uT, not more than 20 uT: too weak to trust (a "
                 "shielded place, or an offset estimate far off); calibrate away from metal",
                 d.radius);
@@ -210,7 +200,7 @@ std::string describe(WhyRule rule, const MagcalDecisionSnapshot& d) {
         case WhyRule::Coverage:
             return coverage_text(d);
         case WhyRule::RadiusRange:
-            return format(
+            return printed(
                 "the field radius is %.1f uT, outside the 25 to 70 uT of an earth field: a "
                 "magnet or iron nearby, or an offset still off; move away from metal and keep "
                 "turning",
@@ -226,7 +216,7 @@ std::string describe(WhyRule rule, const MagcalDecisionSnapshot& d) {
 }
 
 std::string seconds(double t) {
-    return format("%.1f s", t);
+    return printed("%.1f s", t);
 }
 
 }  // namespace
@@ -276,13 +266,13 @@ void AccuracyExplainer::note_drop(const TraceRow& row, int from) {
     // the one whose condition the row shows.
     if (from >= 1 && horizontal_radius(d) > kMaxHorizRadius) {
         m.rule = WhyRule::StrongField;
-        cause = format(
+        cause = printed(
             "the horizontal field reached %.1f uT (over 150 uT): a magnet or iron came near; "
             "calibration starts again",
             horizontal_radius(d));
     } else if (from >= 3 && d.radius > kMaxRadius) {
         m.rule = WhyRule::RadiusTooLarge;
-        cause = format(
+        cause = printed(
             "the field radius reached %.1f uT (over 190 uT): a magnet or iron came near; "
             "calibration starts again",
             d.radius);
@@ -290,25 +280,26 @@ void AccuracyExplainer::note_drop(const TraceRow& row, int from) {
         m.rule = WhyRule::StartRejected;
         cause = "the restored calibration does not fit the field here";
         if (restored_ && restored_->accuracy < 2) {
-            cause = format("a restored accuracy of %d is not kept at a start (2 or 3 is, when "
-                           "the field fits)",
-                           restored_->accuracy);
+            cause = printed(
+                "a restored accuracy of %d is not kept at a start (2 or 3 is, when "
+                "the field fits)",
+                restored_->accuracy);
         } else if (restored_) {
             cause +=
-                format(" (radius %.1f uT against the stored %.1f uT", d.radius, restored_->radius);
+                printed(" (radius %.1f uT against the stored %.1f uT", d.radius, restored_->radius);
             cause +=
-                format("; it must lie between 25 and 70 uT and within %.1f uT of the stored one)",
-                       d.start_radius_tol);
+                printed("; it must lie between 25 and 70 uT and within %.1f uT of the stored one)",
+                        d.start_radius_tol);
         }
         cause += ": calibration starts again";
     }
     if (d.range_hold > 0)
-        cause += format(
+        cause += printed(
             "; the field also swung by more than 130 uT within a second: waiting %.1f s "
             "before starting again",
             seconds_of(d.range_hold, d));
-    m.text = format("accuracy dropped from %d to %d at %s: ", from, d.accuracy,
-                    seconds(row.t_s).c_str()) +
+    m.text = printed("accuracy dropped from %d to %d at %s: ", from, d.accuracy,
+                     seconds(row.t_s).c_str()) +
              cause;
     messages_.push_back(m);
     ++drops_;
@@ -332,8 +323,8 @@ void AccuracyExplainer::close_stretch(double t_end_s, bool at_end) {
     const std::string span =
         at_end ? "from " + seconds(s.t_begin_s) + " to the end (" + seconds(t_end_s) + ")"
                : "from " + seconds(s.t_begin_s) + " to " + seconds(t_end_s);
-    m.text =
-        format("accuracy %d %s: ", s.accuracy, span.c_str()) + describe(*m.rule, s.last_seen[main]);
+    m.text = printed("accuracy %d %s: ", s.accuracy, span.c_str()) +
+             describe(*m.rule, s.last_seen[main]);
     // What is missing at the end matters most to someone still waiting.
     const size_t last = index_of(s.last_rule);
     if (at_end && last != main)
@@ -389,9 +380,9 @@ std::vector<WhyMessage> AccuracyExplainer::finish() {
     session.t_end_s = last_t_s_;
     session.accuracy = last_accuracy_;
     const double length = last_t_s_ - first_t_s_;
-    std::string text = format("session of %.1f s: ", length);
+    std::string text = printed("session of %.1f s: ", length);
     if (first_at_[3] < 0.0) {
-        text += format("accuracy never reached 3 (highest %d", highest_);
+        text += printed("accuracy never reached 3 (highest %d", highest_);
         if (highest_ > 0) text += ", first at " + seconds(first_at_[highest_]);
         text += ")";
         session.rule = final_stretch.last_rule;
@@ -401,11 +392,11 @@ std::vector<WhyMessage> AccuracyExplainer::finish() {
     } else if (last_accuracy_ == 3 && drops_ == 0) {
         text += "accuracy 3 from " + seconds(first_at_[3]) + " to the end";
     } else {
-        text += format("accuracy 3 first at %s, %.1f s at 3 in all, %d drop%s",
-                       seconds(first_at_[3]).c_str(), time_at3_s_, drops_, drops_ == 1 ? "" : "s");
+        text += printed("accuracy 3 first at %s, %.1f s at 3 in all, %d drop%s",
+                        seconds(first_at_[3]).c_str(), time_at3_s_, drops_, drops_ == 1 ? "" : "s");
         if (last_accuracy_ < 3) {
             session.rule = final_stretch.last_rule;
-            text += format("; at the end accuracy %d: ", last_accuracy_) +
+            text += printed("; at the end accuracy %d: ", last_accuracy_) +
                     describe(final_stretch.last_rule,
                              final_stretch.last_seen[index_of(final_stretch.last_rule)]);
         }
