@@ -31,6 +31,26 @@ def test_magnet_drop_is_explained_with_its_time():
     assert abs(drops[0].t_begin_s - r.trace["t_s"][falls[0] + 1]) < 1e-9
 
 
+def test_a_damaged_trace_is_refused():
+    r = magcal.replay(log=magcal.simulate("still", duration_s=1).log, trace=True)
+    trace = dict(r.trace)
+    trace["in6"] = trace["in6"].astype(float)
+    trace["in6"][3] = float("nan")
+    try:
+        magcal.why(trace)
+    except ValueError as err:
+        assert "in6" in str(err)
+    else:
+        raise AssertionError("no error")
+    del trace["in6"]
+    try:
+        magcal.why(trace)
+    except ValueError as err:
+        assert "lacks column in6" in str(err)
+    else:
+        raise AssertionError("no error")
+
+
 def test_without_trace_there_is_no_why():
     r = magcal.replay(log=magcal.simulate("still", duration_s=1).log)
     assert r.trace is None and r.why is None

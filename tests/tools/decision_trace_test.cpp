@@ -68,6 +68,7 @@ TEST(DecisionTrace, RowsReadBackBitForBit) {
             }
         }
     }
+    for (size_t i = 0; i < rows.size(); ++i) rows[i].decision.accuracy = static_cast<int32_t>(i);
     rows[0].decision.radius = -0.0;
     rows[1].decision.rls_radius = 1e308;
     ScratchDir dir;
@@ -121,6 +122,17 @@ TEST(DecisionTrace, DamagedTracesNameFileAndLine) {
     bad.replace(bad.find(','), 1, ",x");  // t_s no longer a number
     write_text(path, "# comment\n" + header + bad);
     EXPECT_NE(error_of(path).find(path + ":3: field 't_s'"), std::string::npos) << error_of(path);
+    std::string four = row;
+    const size_t accuracy_at = good.substr(0, header.size()).find(",accuracy,");
+    ASSERT_NE(accuracy_at, std::string::npos);
+    size_t field = 0;
+    for (size_t i = 0; i <= accuracy_at; ++i) field += header[i] == ',';
+    size_t at = 0;
+    for (size_t k = 0; k < field; ++k) at = four.find(',', at) + 1;
+    four.replace(at, four.find(',', at) - at, "4");  // the library has no accuracy 4
+    write_text(path, header + row + four);
+    EXPECT_NE(error_of(path).find(path + ":3: field 'accuracy': not 0..3"), std::string::npos)
+        << error_of(path);
     std::string two = row;
     two[two.find(',', two.find(',') + 1) + 1] = '2';  // processed is a flag
     write_text(path, header + two);

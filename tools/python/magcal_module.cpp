@@ -506,6 +506,9 @@ py::list why_of_arrays(const py::dict& trace, const py::object& restore) {
             if (tc[c].is_double) {
                 std::memcpy(p, &v, sizeof v);
             } else {
+                if (!(v >= -2147483648.0 && v <= 2147483647.0))
+                    throw py::value_error(std::string("trace column ") + tc[c].name +
+                                          " holds a value that is no int32");
                 const int32_t iv = static_cast<int32_t>(v);
                 std::memcpy(p, &iv, sizeof iv);
             }

@@ -337,6 +337,7 @@ void AccuracyExplainer::add(const TraceRow& row) {
     // running the fusion (run_state stays 0 or 2): its state is the stored
     // one, not a decision, and the host is shown the driver's seed instead.
     if (!row.processed || row.decision.run_state != 1) return;
+    if (row.decision.accuracy < 0 || row.decision.accuracy > 3) return;  // not the library's
     const MagcalDecisionSnapshot& d = row.decision;
     if (!any_) {
         any_ = true;
@@ -358,7 +359,7 @@ void AccuracyExplainer::add(const TraceRow& row) {
         stretch_.last_rule = first_unmet(d);
         stretch_.last_seen[index_of(stretch_.last_rule)] = d;
     }
-    if (a >= 0 && a <= 3 && first_at_[a] < 0.0) first_at_[a] = row.t_s;
+    if (first_at_[a] < 0.0) first_at_[a] = row.t_s;
     if (a > highest_) highest_ = a;
     last_accuracy_ = a;
     last_t_s_ = row.t_s;

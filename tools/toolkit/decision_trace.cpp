@@ -207,6 +207,10 @@ std::vector<TraceRow> read_trace(const std::string& path) {
             else
                 set_column(&r.decision, c, 0.0, parse_int32_field(f[3 + i], c.name, where));
         }
+        if (r.decision.accuracy < 0 || r.decision.accuracy > 3) {
+            throw InputError(
+                where + ": field 'accuracy': not 0..3: " + std::to_string(r.decision.accuracy));
+        }
         rows.push_back(r);
     }
     if (!seen_header) throw InputError(in.name() + ": empty: no decision trace header");
