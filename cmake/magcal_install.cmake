@@ -3,8 +3,8 @@
 #
 # Install rules: the plug-in, the static library, the public headers, a CMake
 # package (magcal::magcal, magcal::magcal_static, magcal::headers) and a
-# pkg-config file, under the GNUInstallDirs paths; the tool and its report
-# script when the tools are built.
+# pkg-config file, under the GNUInstallDirs paths; the tool, its report script
+# and the trace library (lib/magcal/libmagcal_trace.so) when the tools are built.
 include(CMakePackageConfigHelpers)
 
 set(MAGCAL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/magcal)
@@ -57,4 +57,7 @@ if(TARGET magcal_tool)
   # The tool looks for its report script in <bin>/../share/magcal.
   install(PROGRAMS ${PROJECT_SOURCE_DIR}/tools/magcal/report.py
     DESTINATION ${CMAKE_INSTALL_DATADIR}/magcal COMPONENT tools)
+  # The plug-in with its decision snapshot, for `magcal replay --trace`: in a
+  # directory of its own, not where hosts look for plug-ins.
+  install(TARGETS magcal_trace LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/magcal COMPONENT tools)
 endif()

@@ -9,7 +9,8 @@
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev zlib1g-dev python3-numpy
-          python3-matplotlib)
+          python3-matplotlib python3-dev python3-pybind11 pybind11-dev python3-pytest
+          python3-setuptools python3-pip python3-wheel)
 if [ "${1:-}" = --cross ]; then
     packages+=(g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user)
 elif [ $# -gt 0 ]; then

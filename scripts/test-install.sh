@@ -30,7 +30,7 @@ for f in "$libdir/libmagcal.so" "$libdir/libmagcal_static.a" \
          include/magcal/magcal_export.h include/magcal/magcal_version.h \
          "$libdir/cmake/magcal/magcalConfig.cmake" "$libdir/cmake/magcal/magcalConfigVersion.cmake" \
          "$libdir/cmake/magcal/magcalTargets.cmake" "$libdir/pkgconfig/magcal.pc" \
-         bin/magcal share/magcal/report.py; do
+         bin/magcal share/magcal/report.py "$libdir/magcal/libmagcal_trace.so"; do
     [ -f "$prefix/$f" ] || fail "the install lacks $f"
 done
 # Nothing escapes the prefix (to /usr/local, say).
@@ -46,6 +46,32 @@ echo "installed $(grep -cE '^-- (Installing|Up-to-date): ' "$work/install.log") 
     { cat "$work/replay.txt"; fail "the installed magcal cannot replay"; }
 grep -q "through $(realpath "$prefix/$libdir")/libmagcal.so" "$work/replay.txt" ||
     { cat "$work/replay.txt"; fail "the installed magcal did not load the installed plug-in"; }
+# ... and, for a trace, the installed trace library, which hosts never find.
+"$prefix/bin/magcal" replay tests/golden/figure8_50hz_input.csv --trace "$work/trace.csv" \
+    >"$work/replay-trace.txt" 2>&1 ||
+    { cat "$work/replay-trace.txt"; fail "the installed magcal cannot replay with --trace"; }
+grep -q "through $(realpath "$prefix/$libdir")/magcal/libmagcal_trace.so" "$work/replay-trace.txt" ||
+    { cat "$work/replay-trace.txt"; fail "the installed magcal did not load the installed trace library"; }
+[ ! -e "$prefix/$libdir/libmagcal_trace.so" ] || fail "the trace library is where hosts look for plug-ins"
+
+# The Python package, when built, installs offline from the build tree and
+# replays from outside it.
+checks=4
+if [ -d build/default/python/magcal ]; then
+    checks=5
+    step "pip install --no-build-isolation --no-index build/default/python"
+    python=$(sed -n 's/^MAGCAL_PYTHON_EXECUTABLE:INTERNAL=//p' build/default/CMakeCache.txt)
+    "$python" -m pip install --quiet --no-build-isolation --no-index --no-deps --no-compile \
+        --target "$work/site" build/default/python >"$work/pip.log" 2>&1 ||
+        { cat "$work/pip.log"; fail "the Python package does not install offline"; }
+    (cd "$work" && PYTHONPATH="$work/site" "$python" -c '
+import magcal, sys
+assert magcal.__file__.startswith(sys.argv[1]), magcal.__file__
+r = magcal.replay(log=magcal.simulate("figure8", duration_s=8).log, trace=True)
+assert r.final_accuracy == 3 and r.why[0].kind == "session", r.why
+print("installed package replays: accuracy", r.final_accuracy)' "$work/site") ||
+        fail "the installed Python package does not replay"
+fi
 
 run_consumer() { # way, extra cmake arguments...
     local way=$1 dir=$work/consumer-$1
@@ -74,4 +100,4 @@ cmake -S "$root" -B "$work/library-only" -DMAGCAL_BUILD_TESTS=OFF -DMAGCAL_BUILD
     >"$work/library-only.log" 2>&1 || { cat "$work/library-only.log"; fail "library-only configuration failed"; }
 echo "configured"
 
-printf '\nInstall and consumer checks: 4 passed, 0 failed\n'
+printf '\nInstall and consumer checks: %d passed, 0 failed\n' "$checks"

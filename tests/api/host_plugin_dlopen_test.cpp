@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 
+#include "magcal/magcal_decision_snapshot.h"
 #include "magcal/magcal_host.h"
 #include "sim/session_simulator.h"
 
@@ -209,9 +210,9 @@ TEST_F(Plugin, OffsetRoundTripAndRestartKeepsWhatWasLearnt) {
     for (int k = 0; k < 3; ++k) EXPECT_EQ(after.offset[k], before[k]);  // ... the offset was not
 }
 
-std::set<std::string> exported_symbols() {
-    const std::string command = std::string(MAGCAL_NM_COMMAND) +
-                                " -D --defined-only --format=posix " MAGCAL_PLUGIN_PATH;
+std::set<std::string> exported_symbols(const char* library = MAGCAL_PLUGIN_PATH) {
+    const std::string command =
+        std::string(MAGCAL_NM_COMMAND) + " -D --defined-only --format=posix " + library;
     std::set<std::string> names;
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return names;
@@ -279,12 +280,51 @@ std::set<std::string> plt_symbols() {
 // The library's calls to its own exported functions are bound when it is
 // linked, so none of them costs a lookup or can be replaced by the host.
 TEST(PluginSymbols, InternalCallsNeverGoThroughTheDynamicSymbolTable) {
-    const std::set<std::string> own = exported_symbols();
+    const std::set<std::string> own = exported_symbols(MAGCAL_PLUGIN_PATH);
     ASSERT_TRUE(own.count("qvmtx_mulm")) << "could not list the plug-in's dynamic symbols";
     const std::set<std::string> plt = plt_symbols();
     ASSERT_FALSE(plt.empty()) << "could not list the plug-in's relocations";
     for (const std::string& name : plt)
         EXPECT_FALSE(own.count(name)) << name << " goes through the PLT";
+}
+
+// The tools' library is the plug-in plus exactly one name; hosts never get it.
+TEST(PluginSymbols, TraceLibraryAddsOnlyTheDecisionSnapshot) {
+    std::set<std::string> expected = exported_symbols(MAGCAL_PLUGIN_PATH);
+    ASSERT_FALSE(expected.empty());
+    EXPECT_FALSE(expected.count("magcal_decision_snapshot"));
+    expected.insert("magcal_decision_snapshot");
+    EXPECT_EQ(exported_symbols(MAGCAL_TRACE_PLUGIN_PATH), expected);
+
+    void* plugin = dlopen(MAGCAL_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(plugin, nullptr);
+    EXPECT_EQ(dlsym(plugin, "magcal_decision_snapshot"), nullptr);
+    dlclose(plugin);
+}
+
+TEST(PluginSymbols, DecisionSnapshotRefusesAnotherLayoutAndWritesNothing) {
+    void* lib = dlopen(MAGCAL_TRACE_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(lib, nullptr);
+    using Snapshot = int32_t (*)(MagcalDecisionSnapshot*, size_t);
+    const auto snapshot = reinterpret_cast<Snapshot>(dlsym(lib, "magcal_decision_snapshot"));
+    ASSERT_NE(snapshot, nullptr);
+    MagcalDecisionSnapshot s;
+    std::memset(&s, 0xA5, sizeof s);
+    EXPECT_EQ(snapshot(&s, sizeof s - 8), -1);
+    EXPECT_EQ(snapshot(&s, sizeof s + 8), -1);
+    EXPECT_EQ(snapshot(nullptr, sizeof s), -1);
+    EXPECT_EQ(s.size, 0xA5A5A5A5u);
+    EXPECT_EQ(s.accuracy, static_cast<int32_t>(0xA5A5A5A5u));
+    ASSERT_EQ(snapshot(&s, sizeof s), 0);
+    EXPECT_EQ(s.size, sizeof s);
+    EXPECT_EQ(s.version, static_cast<uint32_t>(MAGCAL_DECISION_SNAPSHOT_VERSION));
+    // Fresh state: the library's load-time values, not the fill pattern.
+    EXPECT_EQ(s.period_10ms, 2);
+    EXPECT_EQ(s.ref_acc_z, static_cast<double>(9.8f));
+    EXPECT_EQ(s.accuracy3_offset_diff_th, 15.0);
+    EXPECT_EQ(s.start_radius_tol, 10.0);
+    EXPECT_EQ(s.accuracy, 0);
+    dlclose(lib);
 }
 
 }  // namespace

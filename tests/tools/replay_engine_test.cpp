@@ -12,6 +12,7 @@
 #include <limits>
 
 #include "plugin_library.h"
+#include "sensor_log.h"
 #include "sim/session_simulator.h"
 #include "tool_errors.h"
 #include "tool_test_support.h"
@@ -120,6 +121,65 @@ TEST(ReplayEngine, MissingExportsAreNamedWhenTheSetupNeedsThem) {
     const ReplayOutcome o = replay_session(table_only, ReplaySetup{}, log.data(), log.size(), sink);
     EXPECT_EQ(o.softiron.source, SoftironInForce::Source::Identity);
     EXPECT_EQ(sink.rows.size(), 400u);
+}
+
+// Looking at the decision state must not change a bit of what the host sees:
+// the trace library with a snapshot after every sample against the plug-in,
+// on a simulated session with a magnet swing and on a real recording.
+TEST(ReplayEngine, DecisionSnapshotsChangeNoOutputBit) {
+    magcal::sim::Config c;
+    c.scenario = magcal::sim::Scenario::Magnet;
+    c.duration_s = 30.0;
+    std::vector<LogRecord> simulated;
+    for (const auto& smp : magcal::sim::simulate(c).samples)
+        simulated.push_back({smp.t_ns, smp.sensor, smp.v, 0, 0});
+    std::vector<const std::vector<LogRecord>*> logs{&simulated};
+    std::vector<LogRecord> real;
+#ifdef MAGCAL_HAVE_ZLIB  // the recording is gzip-compressed
+    real = read_sensor_log(std::string(MAGCAL_DATA_DIR) +
+                           "/broad/05_undisturbed_slow_rotation_with_breaks_B.csv.gz");
+    logs.push_back(&real);
+#endif
+    for (const std::vector<LogRecord>* log : logs) {
+        std::vector<ResultRow> plain;
+        {
+            const PluginLibrary plugin(MAGCAL_PLUGIN_PATH);
+            plain = replay(plugin, *log);
+        }
+        const PluginLibrary traced(MAGCAL_TRACE_PLUGIN_PATH);
+        ReplaySetup setup;
+        setup.decision_snapshots = true;
+        Rows sink;
+        replay_session(traced.binding(), setup, log->data(), log->size(), sink);
+        ASSERT_EQ(sink.rows.size(), plain.size());
+        size_t differing = 0, accuracy_seen = 0;
+        for (size_t r = 0; r < plain.size(); ++r) {
+            differing += !same_outputs(sink.rows[r], plain[r]);
+            ASSERT_TRUE(sink.rows[r].has_decision);
+            // The snapshot is of this sample: its accuracy is the one handed out.
+            if (sink.rows[r].processed) {
+                EXPECT_EQ(sink.rows[r].decision.accuracy, plain[r].result.accuracy) << r;
+                accuracy_seen |= 1u << plain[r].result.accuracy;
+            }
+        }
+        EXPECT_EQ(differing, 0u);
+        EXPECT_EQ(accuracy_seen & 0x9u, 0x9u) << "the session shows accuracy 0 and 3";
+    }
+}
+
+TEST(ReplayEngine, SnapshotsNeedTheTraceLibrary) {
+    const PluginLibrary plugin(MAGCAL_PLUGIN_PATH);
+    const std::vector<LogRecord> log = figure8();
+    ReplaySetup setup;
+    setup.decision_snapshots = true;
+    Rows sink;
+    try {
+        replay_session(plugin.binding(), setup, log.data(), log.size(), sink);
+        ADD_FAILURE() << "no error";
+    } catch (const RuntimeFailure& e) {
+        EXPECT_NE(std::string(e.what()).find("libmagcal_trace.so"), std::string::npos);
+    }
+    EXPECT_TRUE(sink.rows.empty());
 }
 
 }  // namespace

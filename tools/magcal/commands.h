@@ -8,10 +8,12 @@ int run_simulate(int argc, char** argv);
 int run_replay(int argc, char** argv);
 int run_report(int argc, char** argv);
 int run_convert(int argc, char** argv);
+int run_why(int argc, char** argv);
 
 extern const char* const kSimulateHelp;
 extern const char* const kReplayHelp;
 extern const char* const kReportHelp;
 extern const char* const kConvertHelp;
+extern const char* const kWhyHelp;
 
 }  // namespace magcal::tool

@@ -19,6 +19,7 @@ const char* const kMainHelp =
     "  replay     feed a sensor log through the magcal plug-in, print a summary\n"
     "  report     draw a replay's results as a PNG (needs python3-numpy, python3-matplotlib)\n"
     "  convert    turn other recordings (per-sensor or wide CSV files) into a sensor log\n"
+    "  why        say from a decision trace (replay --trace) what held the accuracy back\n"
     "\n"
     "'magcal COMMAND --help' describes each command; 'magcal --version' prints the version.\n"
     "Exit status: 0 ok, 1 runtime failure, 2 bad input or usage.\n";
@@ -55,7 +56,8 @@ int main(int argc, char** argv) {
     const Entry entries[] = {{"simulate", run_simulate, kSimulateHelp},
                              {"replay", run_replay, kReplayHelp},
                              {"report", run_report, kReportHelp},
-                             {"convert", run_convert, kConvertHelp}};
+                             {"convert", run_convert, kConvertHelp},
+                             {"why", run_why, kWhyHelp}};
     for (const Entry& e : entries) {
         if (command != e.name) continue;
         if (wants_help(argc - 2, argv + 2)) {

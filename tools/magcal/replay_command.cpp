@@ -11,9 +11,11 @@
 #include <string>
 #include <vector>
 
+#include "accuracy_why.h"
 #include "calibration_state.h"
 #include "command_line.h"
 #include "commands.h"
+#include "decision_trace.h"
 #include "log_checks.h"
 #include "output_file.h"
 #include "plugin_library.h"
@@ -44,6 +46,12 @@ const char* const kReplayHelp =
     "  --state FILE              restore the calibration saved in FILE before the\n"
     "                            run (if FILE exists) and save the final one after\n"
     "  --truth TRUTH.csv         compare with ground truth (magcal simulate --truth)\n"
+    "  --trace TRACE.csv         also write the library's decision state after every\n"
+    "                            mag sample (docs/log-format.md) and say, after the\n"
+    "                            summary, what held the accuracy back and what would\n"
+    "                            move it; loads libmagcal_trace.so, the plug-in's\n"
+    "                            objects with that snapshot exported (the results\n"
+    "                            are the same bits as through the plug-in)\n"
     "  --strict                  treat the input checks' warnings as errors\n"
     "  --plugin-log              let the plug-in's start-up log through to stderr\n"
     "  -h, --help                this text\n"
@@ -63,7 +71,8 @@ const char* const kReplayHelp =
 namespace {
 
 struct ReplayOptions {
-    std::string log_path, results_path, plugin_path, softiron_path, state_path, truth_path;
+    std::string log_path, results_path, plugin_path, softiron_path, state_path, truth_path,
+        trace_path;
     bool plugin_log = false, strict = false;
 };
 
@@ -86,6 +95,8 @@ ReplayOptions parse(int argc, char** argv) {
             o.state_path = cl.value(a);
         } else if (a == "--truth") {
             o.truth_path = cl.value(a);
+        } else if (a == "--trace") {
+            o.trace_path = cl.value(a);
         } else if (a == "--plugin-log") {
             cl.no_value(a);
             o.plugin_log = true;
@@ -147,6 +158,34 @@ class Progress : public RowSink {
     int shown_ = -1;
 };
 
+// Turns each row's snapshot into a trace row: written out, and explained.
+class TraceRecorder : public RowSink {
+  public:
+    TraceRecorder(std::FILE* out, std::optional<RestoredCalibration> restored)
+        : out_(out), explainer_(restored) {}
+    void on_row(const ResultRow& row) override {
+        if (!have_t0_) {
+            have_t0_ = true;
+            t0_ns_ = row.t_ns;
+            write_trace_header(out_);
+        }
+        TraceRow t;
+        t.t_ns = row.t_ns;
+        t.t_s = static_cast<double>(row.t_ns - t0_ns_) * 1e-9;
+        t.processed = row.processed;
+        t.decision = row.decision;
+        write_trace_row(out_, t);
+        explainer_.add(t);
+    }
+    std::vector<WhyMessage> finish() { return explainer_.finish(); }
+
+  private:
+    std::FILE* out_;
+    AccuracyExplainer explainer_;
+    bool have_t0_ = false;
+    int64_t t0_ns_ = 0;
+};
+
 class FanOut : public RowSink {
   public:
     explicit FanOut(std::vector<RowSink*> sinks) : sinks_(std::move(sinks)) {}
@@ -164,7 +203,9 @@ int run_replay(int argc, char** argv) {
     const ReplayOptions o = parse(argc, argv);
     check_output_names(
         {{"LOG", o.log_path}, {"--truth", o.truth_path}, {"--softiron", o.softiron_path}},
-        {{"-o", o.results_path}, {"--state", o.state_path}});
+        {{"-o", o.results_path}, {"--state", o.state_path}, {"--trace", o.trace_path}});
+    if (o.results_path == "-" && o.trace_path == "-")
+        throw UsageError("-o and --trace cannot both be standard output");
 
     // Every input is read and checked before the plug-in is touched.
     const std::vector<LogRecord> log = read_sensor_log(o.log_path);
@@ -199,19 +240,32 @@ int run_replay(int argc, char** argv) {
     if (with_truth) setup.truth = &truth;
     ReplaySummary summary;
     summary.set_input(checks);
-    const PluginLibrary plugin(o.plugin_path.empty() ? PluginLibrary::default_path()
-                                                     : o.plugin_path);
+    const bool tracing = !o.trace_path.empty();
+    setup.decision_snapshots = tracing;
+    const PluginLibrary plugin(!o.plugin_path.empty() ? o.plugin_path
+                               : tracing              ? PluginLibrary::default_trace_path()
+                                                      : PluginLibrary::default_path());
     std::unique_ptr<OutputFile> results;
     std::unique_ptr<ResultsWriter> writer;
     if (!o.results_path.empty()) {
         results = std::make_unique<OutputFile>(o.results_path);
         writer = std::make_unique<ResultsWriter>(results->stream(), with_truth);
     }
+    std::unique_ptr<OutputFile> trace_file;
+    std::unique_ptr<TraceRecorder> trace;
+    if (tracing) {
+        trace_file = std::make_unique<OutputFile>(o.trace_path);
+        std::optional<RestoredCalibration> restored;
+        if (setup.restore)
+            restored = RestoredCalibration{setup.restore->accuracy, setup.restore->radius};
+        trace = std::make_unique<TraceRecorder>(trace_file->stream(), restored);
+    }
     ReplayOutcome outcome;
     {
         Progress progress(checks.per_sensor[2]);
         std::vector<RowSink*> sinks{&summary, &progress};
         if (writer) sinks.push_back(writer.get());
+        if (trace) sinks.push_back(trace.get());
         FanOut all(sinks);
         outcome = replay_session(plugin.binding(), setup, log.data(), log.size(), all);
     }
@@ -224,10 +278,11 @@ int run_replay(int argc, char** argv) {
             state->stream(), {outcome.final_offset, outcome.final_accuracy, outcome.last_radius});
     }
     if (results) results->commit();
+    if (trace_file) trace_file->commit();
     if (state) state->commit();
 
     // With the results on standard output the summary must not mix into them.
-    std::FILE* out = o.results_path == "-" ? stderr : stdout;
+    std::FILE* out = o.results_path == "-" || o.trace_path == "-" ? stderr : stdout;
     std::fprintf(out, "replay of %s through %s\n", log_name.c_str(), plugin.path().c_str());
     if (setup.restore) {
         const SavedCalibration& r = *setup.restore;
@@ -237,8 +292,10 @@ int run_replay(int argc, char** argv) {
                      static_cast<double>(r.offset[2]), r.accuracy, r.radius);
     }
     std::fputs(summary.text(outcome.final_offset, with_truth).c_str(), out);
+    if (trace) std::fputs(why_text(trace->finish()).c_str(), out);
     if (results && o.results_path != "-")
         std::fprintf(out, "results -> %s\n", o.results_path.c_str());
+    if (trace && o.trace_path != "-") std::fprintf(out, "trace -> %s\n", o.trace_path.c_str());
     if (state) std::fprintf(out, "calibration state -> %s\n", o.state_path.c_str());
     if (!o.state_path.empty() && !state) {
         std::fprintf(out, "calibration state not saved: no mag sample was processed\n");

@@ -2,13 +2,15 @@
 """Draws the results of `magcal replay -o RESULTS.csv` as one figure.
 
 usage: report.py RESULTS.csv --output FILE --format png|svg|pdf [--truth TRUTH.csv]
-                 [--softiron FILE.json]
+                 [--softiron FILE.json] [--trace TRACE.csv]
 
 What is drawn, and why it can differ from the truth:
 - the field samples in three planes, each sample corrected with the offset
   published with it (no averaging), around a circle of their mean length;
 - the published hard-iron offset per axis against the truth offset;
 - the accuracy reported with every sample;
+- with a decision trace (`magcal replay --trace`), a timeline of the evidence
+  the accuracy follows from, as the library held it after each sample;
 - the heading of the device +y axis: the fused attitude itself, the azimuth
   output (a one-second circular average that lags fast turns) and the truth;
 - heading minus truth, with its RMS from accuracy 3 on (or over the whole
@@ -344,6 +346,68 @@ def read_results(path):
     return table
 
 
+# The decision trace's columns the evidence timeline needs.
+TRACE_COLUMNS = (
+    [("t_ns", "i8"), ("processed", "flag"), ("accuracy", "level"), ("period_10ms", "i8"),
+     ("moving", "flag"), ("all_round", "flag"), ("range_hold", "i8"), ("recover_cnt", "i8"),
+     ("disturbed", "flag"), ("in6", "i8"), ("in35", "i8"), ("in3", "i8")]
+    + [(f"turn_cnt_{a}", "i8") for a in AXES]
+    + [(f"flip_cnt_{a}", "i8") for a in AXES]
+    + [(f"face_{f}", "flag") for f in ("xp", "xn", "yp", "yn")]
+    + [(f"offset_est_{a}", "f8") for a in AXES]
+    + [(f"rls_centre_{a}", "f8") for a in AXES]
+)
+TURN_DONE = 1000  # the library's "seen" value of its turn and flip counters
+
+
+def read_trace(path, results_t_ns):
+    """The trace's evidence columns; its rows must be the results' rows."""
+    table = ColumnReader(path, "a magcal decision trace", TRACE_COLUMNS).read()
+    t = table["t_ns"]
+    if len(t) != len(results_t_ns) or not np.array_equal(t, results_t_ns):
+        k = min(len(t), len(results_t_ns))
+        differ = np.flatnonzero(t[:k] != results_t_ns[:k])
+        where = (f"row {int(differ[0]) + 1} has another timestamp" if len(differ)
+                 else f"{len(t)} rows against the results' {len(results_t_ns)}")
+        raise InputError(f"{path}: not the trace of these results ({where}): write both with "
+                         "one magcal replay -o RESULTS.csv --trace TRACE.csv")
+    return table
+
+
+def steady_needed(period_10ms):
+    """Samples in a row each steadiness tracker needs for its step, as the
+    library derives them from the sample period: (6 uT, 3.5 uT, 3 uT)."""
+    p = period_10ms.astype("i8")
+    usual = (p >= 2) & (p <= 29)
+    len30 = np.where(usual, 30 // np.maximum(p, 1), 30)
+    return len30 // 2, len30, 2 * (len30 // 3)
+
+
+def evidence_lanes(tr):
+    """(label, flag per sample) from the top of the timeline down."""
+    need6, need35, need3 = steady_needed(tr["period_10ms"])
+    turns = {a: tr[f"turn_cnt_{a}"] >= TURN_DONE for a in AXES}
+    faces = sum(tr[f"face_{f}"].astype("i4") for f in ("xp", "xn", "yp", "yn"))
+    flipped = sum((tr[f"flip_cnt_{a}"] >= TURN_DONE).astype("i4") for a in AXES) >= 2
+    gap = [np.abs(tr[f"offset_est_{a}"] - tr[f"rls_centre_{a}"]) for a in AXES]
+    return [
+        ("moving (sphere fit learns)", tr["moving"] == 1),
+        ("turn about x done", turns["x"]),
+        ("turn about y done", turns["y"]),
+        ("turn about z done", turns["z"]),
+        ("four faces seen", faces == 4),
+        ("turned over", flipped),
+        ("all round", tr["all_round"] == 1),
+        ("offset near sphere (x, y < 10 µT)", (gap[0] < 10.0) & (gap[1] < 10.0)),
+        ("radius steady 6 µT", tr["in6"] >= need6),
+        ("radius steady 3.5 µT", tr["in35"] >= need35),
+        ("radius steady 3 µT", tr["in3"] >= need3),
+        ("swing hold (0.6 s)", tr["range_hold"] > 0),
+        ("offset recovery (0.8 s)", tr["recover_cnt"] > 0),
+        ("disturbed (> 15 µT jump)", tr["disturbed"] == 1),
+    ]
+
+
 def read_truth(path, with_offset_and_heading):
     """The truth rows: timestamp, field strength, the world-up component of the
     device +y axis, and heading and offset when asked for."""
@@ -548,6 +612,7 @@ def build_session(args):
         s.level_source = "fused attitude"
         y_up = y_axis_up_of_rotation_vector(*rv)
     s.level = np.abs(y_up) < LEVEL_SINE  # NaN compares false: no attitude, no heading
+    s.lanes = evidence_lanes(read_trace(args.trace, r["t_ns"])) if args.trace else None
     return s
 
 
@@ -843,6 +908,27 @@ def draw_accuracy(ax, s, x):
             "then it comes from the gyroscope alone.")
 
 
+def draw_evidence(ax, s, x):
+    """One lane per piece of evidence, grey where it holds (per pixel column as
+    grey as the share of its samples), the top lane first."""
+    lanes = s.lanes
+    for k, (label, flag) in enumerate(lanes):
+        row = len(lanes) - 1 - k
+        if not shade(ax, x, flag & (s.processed == 1), row + 0.1, row + 0.9):
+            ax.plot([], [])  # an empty lane keeps its place
+    ax.set_ylim(0, len(lanes))
+    ax.set_yticks([len(lanes) - 0.5 - k for k in range(len(lanes))])
+    ax.set_yticklabels([label for label, _ in lanes], fontsize=8.5)
+    ax.tick_params(axis="y", length=0)
+    caption(ax, "What the accuracy follows from",
+            "From the decision trace: the library's evidence after each sample, not averaged. "
+            "Accuracy 1 needs a turn and the 6 µT steadiness; 2 the 3.5 µT steadiness, a "
+            "radius above 20 µT and the offset near the sphere-fit centre; 3 two axes turned "
+            "(or the four faces twice, or turned over), all round, the 3 µT steadiness and a "
+            "radius of 25 to 70 µT. A swing hold drops what was seen; only a field too strong "
+            "for the earth's (or a restart) lowers the accuracy itself.")
+
+
 def heading_window(s, h, span):
     """The stretch of the session [s] the heading panel shows: all of it when it
     is short; else two minutes around the first accuracy 3 (or the first two
@@ -974,26 +1060,32 @@ def draw(s, output, file_format):
     x = s.t / scale
     h = heading_summary(s)
 
-    fig = plt.figure(figsize=(Layout.width, 21), dpi=100, layout="constrained")
-    top, bottom = fig.subfigures(2, 1, height_ratios=[5.6, 15.4])
+    lanes = s.lanes is not None
+    evidence_height = 3.4 if lanes else 0.0
+    fig = plt.figure(figsize=(Layout.width, 21 + evidence_height), dpi=100, layout="constrained")
+    top, bottom = fig.subfigures(2, 1, height_ratios=[5.6, 15.4 + evidence_height])
     offset = ", ".join(f"{v[-1]:.2f}" for v in s.offset)
     fig.suptitle(f"magcal replay of {s.results_name}\n{n} mag samples ({int(done.sum())} "
                  f"processed) over {duration_text(span)}; final offset ({offset}) µT, "
                  f"accuracy {int(s.accuracy[-1])}", fontsize=15, fontweight="bold")
     draw_planes(top, s, done)
 
-    grid = bottom.add_gridspec(5, 1, height_ratios=[2.4, 1.2, 2.6, 2.8, 2.4])
+    heights = [2.4, 1.2] + ([evidence_height] if lanes else []) + [2.6, 2.8, 2.4]
+    grid = bottom.add_gridspec(len(heights), 1, height_ratios=heights)
     window = heading_window(s, h, span)
+    heading_row = 3 if lanes else 2
     first = bottom.add_subplot(grid[0])
-    axes = [first] + [bottom.add_subplot(grid[k], sharex=None if k == 2 and window else first)
-                      for k in range(1, 5)]
-    draw_offset(axes[0], s, x)
-    draw_accuracy(axes[1], s, x)
-    draw_heading(axes[2], s, x, done, h, window)
-    draw_heading_error(axes[3], s, x, done, h)
-    draw_field_strength(axes[4], s, x, done)
+    axes = [first] + [bottom.add_subplot(grid[k], sharex=None if k == heading_row and window
+                                         else first)
+                      for k in range(1, len(heights))]
+    panels = [draw_offset, draw_accuracy] + ([draw_evidence] if lanes else [])
+    for ax, panel in zip(axes, panels):
+        panel(ax, s, x)
+    draw_heading(axes[heading_row], s, x, done, h, window)
+    draw_heading_error(axes[heading_row + 1], s, x, done, h)
+    draw_field_strength(axes[heading_row + 2], s, x, done)
     for k, ax in enumerate(axes):
-        time_axis(ax, "s" if k == 2 and window else unit)
+        time_axis(ax, "s" if k == heading_row and window else unit)
     if span > 0:
         axes[0].set_xlim(np.min(x), np.max(x))
 
@@ -1011,6 +1103,7 @@ def main():
     parser.add_argument("results")
     parser.add_argument("--truth")
     parser.add_argument("--softiron")
+    parser.add_argument("--trace")
     parser.add_argument("--output", required=True)
     parser.add_argument("--format", default="png", choices=["png", "svg", "pdf"])
     args = parser.parse_args()

@@ -26,7 +26,7 @@ namespace magcal::tool {
 
 const char* const kReportHelp =
     "usage: magcal report RESULTS.csv [--truth TRUTH.csv] [--softiron FILE.json]\n"
-    "                     [--python PYTHON] [-v] -o REPORT.png\n"
+    "                     [--trace TRACE.csv] [--python PYTHON] [-v] -o REPORT.png\n"
     "\n"
     "Draws a replay's results (magcal replay -o RESULTS.csv): the field samples\n"
     "corrected with their published offset in three planes, the offset against\n"
@@ -41,6 +41,9 @@ const char* const kReportHelp =
     "                           and the offset and heading when RESULTS.csv has none\n"
     "  --softiron FILE.json     the soft-iron file the replay installed: samples\n"
     "                           are corrected with it before the offset is removed\n"
+    "  --trace TRACE.csv        the decision trace of the same replay (magcal replay\n"
+    "                           --trace): adds a timeline of the evidence the\n"
+    "                           accuracy follows from under the accuracy panel\n"
     "  --python PYTHON          the Python to draw with (also MAGCAL_PYTHON)\n"
     "  -v, --verbose            say which Python and which script draw\n"
     "  -h, --help               this text\n"
@@ -82,7 +85,7 @@ std::string find_report_script() {
 }  // namespace
 
 int run_report(int argc, char** argv) {
-    std::string results_path, truth_path, softiron_path, output_path, python;
+    std::string results_path, truth_path, softiron_path, trace_path, output_path, python;
     std::string python_by = "--python";
     bool verbose = false;
     CommandLine cl(argc, argv, 0);
@@ -98,6 +101,8 @@ int run_report(int argc, char** argv) {
             truth_path = cl.value(a);
         } else if (a == "--softiron") {
             softiron_path = cl.value(a);
+        } else if (a == "--trace") {
+            trace_path = cl.value(a);
         } else if (a == "--python") {
             python = cl.value(a);
             if (python.empty()) throw UsageError("option --python needs a program");
@@ -115,14 +120,14 @@ int run_report(int argc, char** argv) {
     if (format != "png" && format != "svg" && format != "pdf") {
         throw UsageError("-o: the file name must end in .png, .svg or .pdf");
     }
-    for (const std::string* input : {&results_path, &truth_path, &softiron_path}) {
+    for (const std::string* input : {&results_path, &truth_path, &softiron_path, &trace_path}) {
         if (input->empty()) continue;
         if (access(input->c_str(), R_OK) != 0) {
             throw InputError(*input + ": cannot open: " + std::strerror(errno));
         }
     }
     check_output_names({{"RESULTS", results_path}, {"--truth", truth_path},
-                        {"--softiron", softiron_path}},
+                        {"--softiron", softiron_path}, {"--trace", trace_path}},
                        {{"-o", output_path}});
     if (python.empty()) {
         const char* env = std::getenv("MAGCAL_PYTHON");
@@ -147,6 +152,10 @@ int run_report(int argc, char** argv) {
     if (!softiron_path.empty()) {
         args.push_back("--softiron");
         args.push_back(softiron_path);
+    }
+    if (!trace_path.empty()) {
+        args.push_back("--trace");
+        args.push_back(trace_path);
     }
     const int status = run_program(args, nullptr);
     if (status < 0 || status == 127) {

@@ -19,11 +19,24 @@ namespace magcal::tool {
 
 const char* const kSimulateHelp =
     "usage: magcal simulate --scenario NAME -o LOG.csv [options]\n"
+    "       magcal simulate --script \"SEGMENT; SEGMENT; ...\" -o LOG.csv [options]\n"
     "\n"
     "Simulates a phone's accelerometer, gyroscope and magnetometer and writes\n"
     "them as a sensor log (docs/log-format.md), with optional ground truth.\n"
     "\n"
     "  --scenario NAME       figure8, flat-turns, still, walk, magnet or flip\n"
+    "  --script TEXT         a scripted motion instead, from a flat attitude; the\n"
+    "                        duration defaults to the script's. Segments, separated\n"
+    "                        by ';':\n"
+    "                          hold S              keep still for S seconds\n"
+    "                          turn AXIS DEG DPS   turn about body x, y or z by DEG\n"
+    "                                              degrees at DPS deg/s on average\n"
+    "                          tilt EDGE DEG DPS   raise edge +x, -x, +y or -y by DEG\n"
+    "                          magnet UT S [DIR]   a magnet fixed in the room brings\n"
+    "                                              the extra field to UT uT over S\n"
+    "                                              seconds (0 removes it); DIR east\n"
+    "                                              (default), north, up or down\n"
+    "                        e.g. \"hold 1; turn z 360 90; tilt +x 60 60; magnet 200 0.5\"\n"
     "  -o, --output LOG.csv  the sensor log to write\n"
     "  --truth TRUTH.csv     also write the ground truth, one row per mag sample\n"
     "  --softiron-out FILE   also write the soft-iron parameter file (JSON member\n"
@@ -50,8 +63,8 @@ namespace {
 
 struct SimulateOptions {
     sim::Config config;
-    bool have_scenario = false;
-    std::string log_path, truth_path, softiron_path;
+    bool have_scenario = false, have_duration = false;
+    std::string log_path, truth_path, softiron_path, script;
 };
 
 SimulateOptions parse(int argc, char** argv) {
@@ -69,6 +82,13 @@ SimulateOptions parse(int argc, char** argv) {
                                  "\" (expected figure8, flat-turns, still, walk, magnet or flip)");
             }
             o.have_scenario = true;
+        } else if (a == "--script") {
+            o.script = cl.value(a);
+            try {
+                c.script = sim::parse_motion_script(o.script);
+            } catch (const std::invalid_argument& e) {
+                throw UsageError(std::string("--script: ") + e.what());
+            }
         } else if (a == "-o" || a == "--output") {
             o.log_path = cl.value(a);
         } else if (a == "--truth") {
@@ -79,6 +99,7 @@ SimulateOptions parse(int argc, char** argv) {
             c.rate_hz = number_arg(a, cl.value(a));
         } else if (a == "--duration") {
             c.duration_s = number_arg(a, cl.value(a));
+            o.have_duration = true;
         } else if (a == "--offset") {
             c.hard_iron_ut = triple_arg(a, cl.value(a));
         } else if (a == "--soft-iron") {
@@ -103,7 +124,16 @@ SimulateOptions parse(int argc, char** argv) {
             throw UsageError("unknown option " + a);
         }
     }
-    if (!o.have_scenario) throw UsageError("missing --scenario NAME");
+    if (!c.script.empty()) {
+        if (o.have_scenario && c.scenario != sim::Scenario::Scripted)
+            throw UsageError("--script replaces --scenario: give one of them");
+        c.scenario = sim::Scenario::Scripted;
+        o.have_scenario = true;
+        if (!o.have_duration) c.duration_s = sim::script_duration(c.script);
+    } else if (o.have_scenario && c.scenario == sim::Scenario::Scripted) {
+        throw UsageError("the scripted scenario needs --script");
+    }
+    if (!o.have_scenario) throw UsageError("missing --scenario NAME (or --script)");
     if (o.log_path.empty()) throw UsageError("missing -o LOG.csv");
     if (c.rate_hz <= 0.0) throw UsageError("--rate must be positive");
     if (c.duration_s < 0.0) throw UsageError("--duration must not be negative");
@@ -146,6 +176,12 @@ int run_simulate(int argc, char** argv) {
                  sim::scenario_name(c.scenario), c.rate_hz, c.duration_s, c.seed, c.hard_iron_ut[0],
                  c.hard_iron_ut[1], c.hard_iron_ut[2], c.field_ut, c.dip_deg, c.gyro_noise,
                  c.acc_noise, c.mag_noise, c.jitter_s);
+    if (!o.script.empty()) {
+        std::string one_line = o.script;
+        for (char& ch : one_line)
+            if (ch == '\n' || ch == '\r') ch = ';';
+        std::fprintf(log.stream(), "# script: %s\n", one_line.c_str());
+    }
     std::fputs("# soft-iron distortion A (row-major):", log.stream());
     for (double v : c.soft_iron) std::fprintf(log.stream(), " %.9g", v);
     std::fputc('\n', log.stream());

@@ -232,7 +232,55 @@ std::unique_ptr<MotionProfile> flips() {
     return std::make_unique<PulseMotion>(attitude(30.0, 0.0), std::move(cycle));
 }
 
+// Plays a motion script: rate pulses for turns, stillness for holds, and a
+// room-fixed magnet field that moves between levels with a smooth ramp.
+class ScriptMotion : public MotionProfile {
+  public:
+    explicit ScriptMotion(std::vector<ScriptSegment> script) : script_(std::move(script)) {}
+
+    Quat initial_attitude() const override { return attitude(30.0, 0.0); }
+
+    Vec3 body_rate(double t, const Quat&) const override {
+        double begin = 0.0;
+        for (const ScriptSegment& s : script_) {
+            const double end = begin + s.duration_s;
+            if (t < end) {
+                if (s.kind != ScriptSegment::Kind::Turn || t < begin) return {0.0, 0.0, 0.0};
+                const double T = s.duration_s;
+                const double rate = s.angle_rad / T * (1.0 - std::cos(2.0 * kPi * (t - begin) / T));
+                return scale(s.axis, rate);
+            }
+            begin = end;
+        }
+        return {0.0, 0.0, 0.0};
+    }
+
+    Vec3 disturbance_world(double t) const override {
+        Vec3 level{0.0, 0.0, 0.0};
+        double begin = 0.0;
+        for (const ScriptSegment& s : script_) {
+            if (t <= begin) break;
+            const double end = begin + s.duration_s;
+            if (s.kind == ScriptSegment::Kind::Magnet) {
+                const Vec3 target = scale(s.direction, s.field_ut);
+                const double f = smoothstep((t - begin) / s.duration_s);
+                level = add(scale(level, 1.0 - f), scale(target, f));
+            }
+            begin = end;
+        }
+        return level;
+    }
+
+  private:
+    std::vector<ScriptSegment> script_;
+};
+
 }  // namespace
+
+std::unique_ptr<MotionProfile> make_motion_profile(const Config& config) {
+    if (config.scenario == Scenario::Scripted) return std::make_unique<ScriptMotion>(config.script);
+    return make_motion_profile(config.scenario, config.duration_s);
+}
 
 std::unique_ptr<MotionProfile> make_motion_profile(Scenario scenario, double duration_s) {
     switch (scenario) {
@@ -249,6 +297,8 @@ std::unique_ptr<MotionProfile> make_motion_profile(Scenario scenario, double dur
             return std::make_unique<MagnetMotion>(duration_s);
         case Scenario::Flip:
             return flips();
+        case Scenario::Scripted:
+            break;  // needs its script: the Config overload
     }
     return std::make_unique<StillMotion>();
 }

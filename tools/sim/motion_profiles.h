@@ -34,5 +34,7 @@ class MotionProfile {
 // The profile of a scenario for a session of `duration_s` seconds (scenarios
 // with phases place them at fixed fractions of the duration).
 std::unique_ptr<MotionProfile> make_motion_profile(Scenario scenario, double duration_s);
+// The same for a whole configuration: the scripted scenario plays its script.
+std::unique_ptr<MotionProfile> make_motion_profile(const Config& config);
 
 }  // namespace magcal::sim

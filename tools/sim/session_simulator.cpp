@@ -61,6 +61,8 @@ void validate(const Config& c) {
         throw std::invalid_argument("sample rate must be a positive number of Hz");
     if (!(std::isfinite(c.duration_s) && c.duration_s >= 0.0))
         throw std::invalid_argument("duration must be a non-negative number of seconds");
+    if (c.scenario == Scenario::Scripted && c.script.empty())
+        throw std::invalid_argument("the scripted scenario needs a motion script");
     if (c.duration_s * c.rate_hz > kMaxTicks)
         throw std::invalid_argument("session too long: more than 100 million ticks");
     if (!std::isfinite(c.jitter_s) || std::fabs(static_cast<double>(c.start_ns)) +
@@ -79,7 +81,7 @@ std::array<double, 3> earth_field_world(const Config& c) {
 
 Session simulate(const Config& config) {
     validate(config);
-    const auto motion = make_motion_profile(config.scenario, config.duration_s);
+    const auto motion = make_motion_profile(config);
     const int64_t ticks = std::llround(config.duration_s * config.rate_hz);
     const double period = 1.0 / config.rate_hz;  // [s]
     const int substeps = static_cast<int>(std::ceil(period / kMaxSubstepS));
@@ -131,13 +133,15 @@ const char* scenario_name(Scenario scenario) {
             return "magnet";
         case Scenario::Flip:
             return "flip";
+        case Scenario::Scripted:
+            return "scripted";
     }
     return "unknown";
 }
 
 bool parse_scenario(const std::string& name, Scenario* out) {
     for (Scenario s : {Scenario::Figure8, Scenario::FlatTurns, Scenario::Still, Scenario::Walk,
-                       Scenario::Magnet, Scenario::Flip}) {
+                       Scenario::Magnet, Scenario::Flip, Scenario::Scripted}) {
         if (name == scenario_name(s)) {
             *out = s;
             return true;

@@ -25,9 +25,11 @@
 #include <string>
 #include <vector>
 
+#include "sim/motion_script.h"
+
 namespace magcal::sim {
 
-enum class Scenario { Figure8, FlatTurns, Still, Walk, Magnet, Flip };
+enum class Scenario { Figure8, FlatTurns, Still, Walk, Magnet, Flip, Scripted };
 enum class Sensor { Acc, Gyro, Mag };
 
 struct Config {
@@ -46,6 +48,9 @@ struct Config {
     double jitter_s = 0.0;                     // timestamp jitter 1-sigma [s]
     uint64_t seed = 1;
     int64_t start_ns = 1'000'000'000;  // timestamp of the first tick [ns]
+    // Scripted only: the motion, from a flat attitude with +y at azimuth 30
+    // degrees. Past its end the device stays still.
+    std::vector<ScriptSegment> script;
 };
 
 struct Sample {
@@ -72,7 +77,7 @@ struct Session {
 // than 100 million ticks).
 Session simulate(const Config& config);
 
-const char* scenario_name(Scenario scenario);  // "figure8", "flat-turns", ...
+const char* scenario_name(Scenario scenario);  // "figure8", "flat-turns", ..., "scripted"
 bool parse_scenario(const std::string& name, Scenario* out);
 
 // Standard gravity used for the accelerometer [m/s^2].

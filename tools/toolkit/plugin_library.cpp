@@ -42,6 +42,8 @@ LibraryBinding bind_library(void* handle, const std::string& what) {
     b.config_status =
         reinterpret_cast<decltype(b.config_status)>(dlsym(handle, "QvGyroCal_config_status"));
     b.load_pdc = reinterpret_cast<decltype(b.load_pdc)>(dlsym(handle, "QVG_LoadPDC"));
+    b.decision_snapshot =
+        reinterpret_cast<decltype(b.decision_snapshot)>(dlsym(handle, "magcal_decision_snapshot"));
     dlerror();
     return b;
 }
@@ -64,23 +66,36 @@ PluginLibrary::~PluginLibrary() {
     if (handle_ != nullptr) dlclose(handle_);
 }
 
-std::string PluginLibrary::default_path() {
+namespace {
+
+// The build tree keeps the libraries one level above the tool; an installed
+// tool finds them under the library directory of its own prefix.
+std::string library_beside_executable(const std::string& file, const std::string& installed) {
     char exe[PATH_MAX];
     const ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
-    if (n <= 0) return "libmagcal.so";
+    if (n <= 0) return file;
     exe[n] = '\0';
     std::string dir(exe);
     dir.erase(dir.rfind('/') + 1);
     struct stat st;
-    // The build tree keeps the plug-in one level up; an installed tool finds
-    // it in the library directory of its own prefix.
-    for (const std::string candidate :
-         {dir + "../libmagcal.so", dir + MAGCAL_LIBDIR_FROM_BINDIR "/libmagcal.so"}) {
+    for (const std::string& candidate :
+         {dir + "../" + file, dir + MAGCAL_LIBDIR_FROM_BINDIR "/" + installed}) {
         if (stat(candidate.c_str(), &st) != 0) continue;
         char resolved[PATH_MAX];
         return realpath(candidate.c_str(), resolved) ? resolved : candidate;
     }
-    return dir + "libmagcal.so";
+    return dir + file;
+}
+
+}  // namespace
+
+std::string PluginLibrary::default_path() {
+    return library_beside_executable("libmagcal.so", "libmagcal.so");
+}
+
+std::string PluginLibrary::default_trace_path() {
+    // Not in the library directory itself, where hosts look for plug-ins.
+    return library_beside_executable("libmagcal_trace.so", "magcal/libmagcal_trace.so");
 }
 
 StderrSilencer::StderrSilencer(bool active) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 
+#include "magcal/magcal_decision_snapshot.h"
 #include "magcal/magcal_host.h"
 
 namespace magcal::tool {
@@ -21,6 +22,8 @@ struct LibraryBinding {
     int32_t (*config_softiron)(const double* matrix) = nullptr;
     int32_t (*config_status)(const double* offset, int32_t accuracy, double radius) = nullptr;
     int32_t (*load_pdc)(double* matrix) = nullptr;  // re-reads the parameter file, 1 = found
+    // Only libmagcal_trace.so exports it; the plug-in hosts load does not.
+    int32_t (*decision_snapshot)(MagcalDecisionSnapshot* out, size_t size) = nullptr;
 };
 
 // Resolves the binding from a dlopen handle. RuntimeFailure naming `what`
@@ -44,6 +47,10 @@ class PluginLibrary {
     // The plug-in built beside this executable: <dir of exe>/../libmagcal.so,
     // else <dir of exe>/libmagcal.so.
     static std::string default_path();
+    // The plug-in with its decision snapshot, built or installed beside this
+    // executable: <dir of exe>/../libmagcal_trace.so, else
+    // <dir of exe>/<libdir>/magcal/libmagcal_trace.so.
+    static std::string default_trace_path();
 
   private:
     std::string path_;

@@ -107,6 +107,23 @@ SoftironInForce install_softiron(const LibraryBinding& library, const ReplaySetu
     return in_force;
 }
 
+// A snapshot of another layout would be misread field by field.
+void check_snapshot_layout(const LibraryBinding& library) {
+    if (library.decision_snapshot == nullptr) {
+        throw RuntimeFailure(
+            "the library does not export magcal_decision_snapshot: a trace needs "
+            "libmagcal_trace.so, not the plug-in hosts load");
+    }
+    MagcalDecisionSnapshot probe;
+    std::memset(&probe, 0, sizeof probe);
+    if (library.decision_snapshot(&probe, sizeof probe) != 0 ||
+        probe.version != MAGCAL_DECISION_SNAPSHOT_VERSION || probe.size != sizeof probe) {
+        throw RuntimeFailure("the library's decision snapshot is not version " +
+                             std::to_string(MAGCAL_DECISION_SNAPSHOT_VERSION) + " of " +
+                             std::to_string(sizeof probe) + " bytes: use the matching magcal");
+    }
+}
+
 }  // namespace
 
 ReplayOutcome replay_session(const LibraryBinding& library, const ReplaySetup& setup,
@@ -116,6 +133,7 @@ ReplayOutcome replay_session(const LibraryBinding& library, const ReplaySetup& s
         throw RuntimeFailure(
             "the library does not export QvGyroCal_config_status, which a restore needs");
     }
+    if (setup.decision_snapshots) check_snapshot_layout(library);
     {
         const StderrSilencer quiet(setup.quiet_plugin);
         api.initLib();
@@ -167,6 +185,10 @@ ReplayOutcome replay_session(const LibraryBinding& library, const ReplaySetup& s
         api.getGeoMagnetic(&row.geomagnetic);
         api.getVirtualGyro(&row.virtual_gyro);
         row.fused_heading = heading_of_rotation_vector(row.rotation_vector.values);
+        if (setup.decision_snapshots) {
+            library.decision_snapshot(&row.decision, sizeof row.decision);
+            row.has_decision = true;
+        }
         outcome.final_accuracy = row.result.accuracy;
         if (row.processed) {
             const double x = row.result.field[0], y = row.result.field[1], z = row.result.field[2];

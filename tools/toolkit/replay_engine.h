@@ -35,6 +35,10 @@ struct ReplaySetup {
     std::string softiron_path;
     std::optional<SavedCalibration> restore;          // pushed back after initLib, as a host does
     const std::vector<TruthRecord>* truth = nullptr;  // rows joined on the timestamp
+    // Take the decision snapshot after every mag sample (after the getters,
+    // so nothing the host sees can depend on it). Needs a library that
+    // exports it (libmagcal_trace.so).
+    bool decision_snapshots = false;
 };
 
 class RowSink {
@@ -56,7 +60,7 @@ struct ReplayOutcome {
 // Runs one session through `library`, which must be freshly loaded for a
 // fresh library state. InputError when the soft-iron file is not one the
 // library reads; RuntimeFailure when the library lacks a function the setup
-// needs.
+// needs (or the snapshot, or one of another layout).
 ReplayOutcome replay_session(const LibraryBinding& library, const ReplaySetup& setup,
                              const LogRecord* records, size_t count, RowSink& sink);
 

@@ -6,28 +6,31 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "magcal/magcal_decision_snapshot.h"
 #include "magcal/magcal_host.h"
 #include "truth_file.h"
 
 namespace magcal::tool {
 
 struct ResultRow {
-    int64_t t_ns;                  // the mag sample's timestamp [ns]
-    std::array<float, 3> raw;      // the mag sample [uT]
-    CalibratedMagResult result;    // from doCaliApi
-    FusionOutput rotation_vector;  // getRotationVector
-    FusionOutput orientation;      // getOrientation: azimuth, pitch, roll [deg]
-    FusionOutput gravity;          // getGravity [m/s^2]
-    FusionOutput linear_accel;     // getLinearaccel [m/s^2]
-    FusionOutput game_rotation;    // getGameRotationVector
-    FusionOutput geomagnetic;      // getGeoMagnetic [uT]
-    FusionOutput virtual_gyro;     // getVirtualGyro [rad/s]
-    bool processed;                // the library ran its pipeline on this sample
-    double fused_heading;          // compass heading of +y in the fused attitude [deg]
-    const TruthRecord* truth;      // nullptr without truth for this timestamp
-    double offset_error;           // |published - truth offset| [uT]
-    double heading_error;          // azimuth - truth heading, in (-180, 180] [deg]
-    double fused_heading_error;    // fused heading - truth heading, in (-180, 180] [deg]
+    int64_t t_ns;                     // the mag sample's timestamp [ns]
+    std::array<float, 3> raw;         // the mag sample [uT]
+    CalibratedMagResult result;       // from doCaliApi
+    FusionOutput rotation_vector;     // getRotationVector
+    FusionOutput orientation;         // getOrientation: azimuth, pitch, roll [deg]
+    FusionOutput gravity;             // getGravity [m/s^2]
+    FusionOutput linear_accel;        // getLinearaccel [m/s^2]
+    FusionOutput game_rotation;       // getGameRotationVector
+    FusionOutput geomagnetic;         // getGeoMagnetic [uT]
+    FusionOutput virtual_gyro;        // getVirtualGyro [rad/s]
+    bool processed;                   // the library ran its pipeline on this sample
+    double fused_heading;             // compass heading of +y in the fused attitude [deg]
+    const TruthRecord* truth;         // nullptr without truth for this timestamp
+    double offset_error;              // |published - truth offset| [uT]
+    double heading_error;             // azimuth - truth heading, in (-180, 180] [deg]
+    double fused_heading_error;       // fused heading - truth heading, in (-180, 180] [deg]
+    bool has_decision;                // the replay took decision snapshots
+    MagcalDecisionSnapshot decision;  // the library's decision state after this sample
 };
 
 // Column names, comma-separated, without a line break.

@@ -1,24 +1,15 @@
 #include "replay_summary.h"
 
 #include <cmath>
-#include <cstdarg>
 #include <cstdio>
+
+#include "text_fields.h"
 
 namespace magcal::tool {
 namespace {
 
 constexpr double kLevelSine = 0.7071067811865476;   // sin 45 deg: "+y near horizontal"
 constexpr double kDeg = 180.0 / 3.141592653589793;  // degrees per radian
-
-std::string printed(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
-std::string printed(const char* fmt, ...) {
-    char buf[512];
-    va_list args;
-    va_start(args, fmt);
-    std::vsnprintf(buf, sizeof buf, fmt, args);
-    va_end(args);
-    return buf;
-}
 
 double length(const double* v) {
     return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);

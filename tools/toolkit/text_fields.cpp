@@ -3,6 +3,7 @@
 #include "text_fields.h"
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -151,6 +152,15 @@ std::string joined(const std::vector<std::string_view>& fields, char separator) 
         out += fields[i];
     }
     return out;
+}
+
+std::string printed(const char* fmt, ...) {
+    char buf[512];
+    va_list args;
+    va_start(args, fmt);
+    std::vsnprintf(buf, sizeof buf, fmt, args);
+    va_end(args);
+    return buf;
 }
 
 }  // namespace magcal::tool

@@ -40,6 +40,9 @@ std::string_view field_at(const std::vector<std::string_view>& fields, size_t in
 // Quoted for messages, with control characters escaped.
 std::string quoted(std::string_view text);
 
+// printf into a string, for messages (at most 511 characters).
+std::string printed(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+
 // The fields joined by `separator`, for messages that show a line.
 std::string joined(const std::vector<std::string_view>& fields, char separator);
 

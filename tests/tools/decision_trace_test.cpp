@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
+// The trace file: its columns are exactly the snapshot's fields, a trace
+// reads back to the same bits, and a damaged one is refused with its file
+// and line.
+#include "decision_trace.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "tool_errors.h"
+#include "tool_test_support.h"
+
+namespace {
+
+using namespace magcal::tool;
+using magcal::tooltest::ScratchDir;
+using magcal::tooltest::slurp;
+using magcal::tooltest::write_text;
+
+TEST(DecisionTrace, ColumnsCoverEverySnapshotFieldOnce) {
+    std::vector<std::pair<size_t, size_t>> spans;  // offset, size
+    for (const TraceColumn& c : trace_columns())
+        spans.emplace_back(c.offset, c.is_double ? sizeof(double) : sizeof(int32_t));
+    std::sort(spans.begin(), spans.end());
+    size_t at = offsetof(MagcalDecisionSnapshot, mag);  // after size and version
+    for (const auto& [offset, size] : spans) {
+        EXPECT_EQ(offset, at) << "gap or overlap before byte " << offset;
+        at = offset + size;
+    }
+    EXPECT_EQ(at, sizeof(MagcalDecisionSnapshot));
+    // Names are the library's: a few that documents and the report rely on.
+    std::vector<std::string> names;
+    for (const TraceColumn& c : trace_columns()) names.push_back(c.name);
+    for (const char* name : {"cal_stage", "turn_cnt_x", "in6", "range_hold", "recover_cnt",
+                             "rls_centre_z", "offset_est_x", "face_yn2", "moving"})
+        EXPECT_NE(std::find(names.begin(), names.end(), name), names.end()) << name;
+}
+
+TEST(DecisionTrace, RowsReadBackBitForBit) {
+    std::vector<TraceRow> rows(3);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        TraceRow& r = rows[i];
+        std::memset(&r.decision, 0, sizeof r.decision);
+        r.decision.size = sizeof r.decision;
+        r.decision.version = MAGCAL_DECISION_SNAPSHOT_VERSION;
+        r.t_ns = 1'000'000'000 + static_cast<int64_t>(i) * 20'000'000;
+        r.t_s = static_cast<double>(i) * 0.02;
+        r.processed = i != 1;
+        // Values that a short decimal form would round: thirds, tiny, huge,
+        // negative zero, and the extremes of int32.
+        for (const TraceColumn& c : trace_columns()) {
+            char* p = reinterpret_cast<char*>(&r.decision) + c.offset;
+            if (c.is_double) {
+                const double v = (c.offset % 3 == 0 ? -1.0 : 1.0) / 3.0 * (1.0 + c.offset) +
+                                 (i == 2 ? 4.9e-324 : 0.0);
+                std::memcpy(p, &v, sizeof v);
+            } else {
+                const int32_t v = i == 0   ? std::numeric_limits<int32_t>::min()
+                                  : i == 1 ? std::numeric_limits<int32_t>::max()
+                                           : -500;
+                std::memcpy(p, &v, sizeof v);
+            }
+        }
+    }
+    for (size_t i = 0; i < rows.size(); ++i) rows[i].decision.accuracy = static_cast<int32_t>(i);
+    rows[0].decision.radius = -0.0;
+    rows[1].decision.rls_radius = 1e308;
+    ScratchDir dir;
+    const std::string path = dir.file("trace.csv");
+    std::FILE* f = std::fopen(path.c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    write_trace_header(f);
+    for (const TraceRow& r : rows) write_trace_row(f, r);
+    std::fclose(f);
+
+    const std::vector<TraceRow> back = read_trace(path);
+    ASSERT_EQ(back.size(), rows.size());
+    for (size_t i = 0; i < rows.size(); ++i) {
+        EXPECT_EQ(back[i].t_ns, rows[i].t_ns);
+        EXPECT_EQ(back[i].t_s, rows[i].t_s);
+        EXPECT_EQ(back[i].processed, rows[i].processed);
+        EXPECT_EQ(std::memcmp(&back[i].decision, &rows[i].decision, sizeof rows[i].decision), 0)
+            << "row " << i;
+    }
+    EXPECT_TRUE(std::signbit(back[0].decision.radius));
+}
+
+std::string error_of(const std::string& path) {
+    try {
+        read_trace(path);
+    } catch (const InputError& e) {
+        return e.what();
+    }
+    return "no error";
+}
+
+TEST(DecisionTrace, DamagedTracesNameFileAndLine) {
+    ScratchDir dir;
+    const std::string path = dir.file("t.csv");
+    std::FILE* f = std::fopen(path.c_str(), "w");
+    write_trace_header(f);
+    TraceRow r;
+    write_trace_row(f, r);
+    std::fclose(f);
+    const std::string good = slurp(path);
+    const std::string header = good.substr(0, good.find('\n') + 1);
+    const std::string row = good.substr(header.size());
+
+    write_text(path, "");
+    EXPECT_NE(error_of(path).find("no decision trace header"), std::string::npos);
+    write_text(path, "t_ns,t_s,processed,mag_x\n" + row);
+    EXPECT_NE(error_of(path).find(path + ":1: not a decision trace"), std::string::npos);
+    write_text(path, header + row + row.substr(0, row.rfind(',')) + "\n");
+    EXPECT_NE(error_of(path).find(path + ":3: "), std::string::npos) << error_of(path);
+    std::string bad = row;
+    bad.replace(bad.find(','), 1, ",x");  // t_s no longer a number
+    write_text(path, "# comment\n" + header + bad);
+    EXPECT_NE(error_of(path).find(path + ":3: field 't_s'"), std::string::npos) << error_of(path);
+    std::string four = row;
+    const size_t accuracy_at = good.substr(0, header.size()).find(",accuracy,");
+    ASSERT_NE(accuracy_at, std::string::npos);
+    size_t field = 0;
+    for (size_t i = 0; i <= accuracy_at; ++i) field += header[i] == ',';
+    size_t at = 0;
+    for (size_t k = 0; k < field; ++k) at = four.find(',', at) + 1;
+    four.replace(at, four.find(',', at) - at, "4");  // the library has no accuracy 4
+    write_text(path, header + row + four);
+    EXPECT_NE(error_of(path).find(path + ":3: field 'accuracy': not 0..3"), std::string::npos)
+        << error_of(path);
+    std::string two = row;
+    two[two.find(',', two.find(',') + 1) + 1] = '2';  // processed is a flag
+    write_text(path, header + two);
+    EXPECT_NE(error_of(path).find("'processed'"), std::string::npos) << error_of(path);
+}
+
+}  // namespace
