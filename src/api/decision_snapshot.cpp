@@ -27,7 +27,7 @@ int32_t flag(bool b) {
 }
 
 void copy_fusion(const FusionState& fs, MagcalDecisionSnapshot* s) {
-    copy_vector(s->mag, fs.mag_hist[0]);
+    copy_vector(s->mag, fs.mag_hist[fs.mag_hist_newest]);  // the history is a ring
     copy_vector(s->offset_est, fs.offset_est);
     copy_vector(s->offset_pub, fs.offset_pub);
     s->radius = fs.radius;
