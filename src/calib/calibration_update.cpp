@@ -18,6 +18,7 @@
 #include "fusion/fusion_state.h"
 #include "magcal/magcal_algorithms.h"
 #include "matrix/numeric.h"
+#include "matrix/row_kernels.h"
 #include "matrix/vector3.h"
 
 namespace magcal {
@@ -105,7 +106,6 @@ extern "C" MAGCAL_API int32_t QvGyroCal_update_offset(CalibrationResult* r, cons
 
     double w = q[0], x = q[1], y = q[2], z = q[3];
     const double yaw = std::atan2(2 * x * y + 2 * w * z, 2 * x * x + 2 * w * w - 1);
-    const double tilt = std::asin(2 * w * y - 2 * x * z);
     const double bank = std::atan2(2 * y * z + 2 * w * x, 2 * z * z + 2 * w * w - 1);
     copy4(g_update_history.g_out_q, q);
 
@@ -137,7 +137,10 @@ extern "C" MAGCAL_API int32_t QvGyroCal_update_offset(CalibrationResult* r, cons
         azimuth += 180;
         if (azimuth >= 360) azimuth -= 360;
     }
-    r->orientation[2] = tilt * (-180) / kPi;
+    // The roll below replaces this angle; it is read first only by a caller
+    // whose acc array overlaps it, and formed only for such a caller.
+    if (matrix::overlap(acc, 3, &r->orientation[2], 1))
+        r->orientation[2] = std::asin(2 * q[0] * q[2] - 2 * q[1] * q[3]) * (-180) / kPi;
 
     double pitch = 0.0;
     double roll = 0.0;
