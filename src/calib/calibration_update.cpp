@@ -15,6 +15,7 @@
 #include <cmath>
 
 #include "calib/calibration_state.h"
+#include "calib/smoothing_steps.h"
 #include "fusion/fusion_state.h"
 #include "magcal/magcal_algorithms.h"
 #include "matrix/numeric.h"
@@ -116,7 +117,11 @@ extern "C" MAGCAL_API int32_t QvGyroCal_update_offset(CalibrationResult* r, cons
 
     copy3(cal.cal_offset, offset);
     publish_offset(r, offset, corrected);
-    average_filter(r->calibrated);
+    // The three smoothing filters run side by side, unless acc overlaps the
+    // result, which the update writes between them.
+    const bool side_by_side = !matrix::overlap(acc, 3, reinterpret_cast<const double*>(r),
+                                               (sizeof *r + sizeof(double) - 1) / sizeof(double));
+    if (!side_by_side) average_filter(r->calibrated);
 
     if (w < 0) {
         w = -w;
@@ -144,10 +149,14 @@ extern "C" MAGCAL_API int32_t QvGyroCal_update_offset(CalibrationResult* r, cons
 
     double pitch = 0.0;
     double roll = 0.0;
-    QvGyroCal_update_get_pitch_roll(acc, &pitch, &roll);
+    double heading = 0.0;
+    if (side_by_side)
+        smoothed_outputs(r->calibrated, acc, azimuth, &pitch, &roll, &heading);
+    else
+        QvGyroCal_update_get_pitch_roll(acc, &pitch, &roll);
     r->orientation[1] = pitch;
     r->orientation[2] = roll;
-    r->orientation[0] = angle_filter(azimuth);
+    r->orientation[0] = side_by_side ? heading : angle_filter(azimuth);
 
     r->accuracy = cal.cal_accuracy;
     r->radius = cal.cal_radius;
