@@ -2,15 +2,14 @@
 // initialisation fills the history with its input, so the output starts at
 // the first sample instead of ramping up from zero. Field [uT].
 #include "calib/calibration_state.h"
-#include "calib/smoothing_steps.h"
 #include "fusion/fusion_state.h"
 #include "magcal/magcal_algorithms.h"
 #include "matrix/numeric.h"
 #include "matrix/row_kernels.h"
 
-namespace magcal {
+using namespace magcal;
 
-bool field_average_begin(const double v[3], FieldAverageStep* step) {
+extern "C" MAGCAL_API double* average_filter(double v[3]) {
     UpdateHistory& h = g_update_history;
     int32_t length = samples_for(80, period_10ms);
     if (length < 1) length = 1;
@@ -18,41 +17,23 @@ bool field_average_begin(const double v[3], FieldAverageStep* step) {
         for (auto& entry : h.mag_buf)
             for (int i = 0; i < 3; ++i) entry[i] = v[i];
         h.mag_cnt = 80;
-        return false;
+        return v;
     }
-    const int32_t last = length - 1 < 79 ? length - 1 : 79;
-    step->length = length;
-    step->entries = last > 0 ? last : 0;
-    return true;
-}
-
-void field_average_end(double v[3], const double sum[3], const FieldAverageStep& step) {
-    UpdateHistory& h = g_update_history;
-    h.mag_newest = ring_slot_before<80>(h.mag_newest);
-    for (int k = 0; k < 3; ++k) {
-        h.mag_buf[h.mag_newest][k] = v[k];
-        v[k] = (sum[k] + v[k]) / step.length;
-    }
-}
-
-}  // namespace magcal
-
-using namespace magcal;
-
-extern "C" MAGCAL_API double* average_filter(double v[3]) {
-    UpdateHistory& h = g_update_history;
-    FieldAverageStep step;
-    if (!field_average_begin(v, &step)) return v;
     // The sum runs over the entries before the new one, oldest first. x and
     // y are two independent sums carried in one register, z beside them;
     // held in registers, not in an array, so that no sum waits on memory.
+    const int32_t last = length - 1 < 79 ? length - 1 : 79;
     matrix::Pair xy = {0.0, 0.0};
     double z = 0.0;
-    ring_visit_oldest_first<80>(h.mag_newest, 0, step.entries - 1, [&](int32_t slot) {
+    ring_visit_oldest_first<80>(h.mag_newest, 0, last - 1, [&](int32_t slot) {
         xy += matrix::load_pair(h.mag_buf[slot]);
         z += h.mag_buf[slot][2];
     });
     const double sum[3] = {xy[0], xy[1], z};
-    field_average_end(v, sum, step);
+    h.mag_newest = ring_slot_before<80>(h.mag_newest);
+    for (int k = 0; k < 3; ++k) {
+        h.mag_buf[h.mag_newest][k] = v[k];
+        v[k] = (sum[k] + v[k]) / length;
+    }
     return v;
 }

@@ -15,11 +15,9 @@
 #include <cmath>
 
 #include "calib/calibration_state.h"
-#include "calib/smoothing_steps.h"
 #include "fusion/fusion_state.h"
 #include "magcal/magcal_algorithms.h"
 #include "matrix/numeric.h"
-#include "matrix/row_kernels.h"
 #include "matrix/vector3.h"
 
 namespace magcal {
@@ -107,6 +105,7 @@ extern "C" MAGCAL_API int32_t QvGyroCal_update_offset(CalibrationResult* r, cons
 
     double w = q[0], x = q[1], y = q[2], z = q[3];
     const double yaw = std::atan2(2 * x * y + 2 * w * z, 2 * x * x + 2 * w * w - 1);
+    const double tilt = std::asin(2 * w * y - 2 * x * z);
     const double bank = std::atan2(2 * y * z + 2 * w * x, 2 * z * z + 2 * w * w - 1);
     copy4(g_update_history.g_out_q, q);
 
@@ -117,11 +116,7 @@ extern "C" MAGCAL_API int32_t QvGyroCal_update_offset(CalibrationResult* r, cons
 
     copy3(cal.cal_offset, offset);
     publish_offset(r, offset, corrected);
-    // The three smoothing filters run side by side, unless acc overlaps the
-    // result, which the update writes between them.
-    const bool side_by_side = !matrix::overlap(acc, 3, reinterpret_cast<const double*>(r),
-                                               (sizeof *r + sizeof(double) - 1) / sizeof(double));
-    if (!side_by_side) average_filter(r->calibrated);
+    average_filter(r->calibrated);
 
     if (w < 0) {
         w = -w;
@@ -142,21 +137,14 @@ extern "C" MAGCAL_API int32_t QvGyroCal_update_offset(CalibrationResult* r, cons
         azimuth += 180;
         if (azimuth >= 360) azimuth -= 360;
     }
-    // The roll below replaces this angle; it is read first only by a caller
-    // whose acc array overlaps it, and formed only for such a caller.
-    if (matrix::overlap(acc, 3, &r->orientation[2], 1))
-        r->orientation[2] = std::asin(2 * q[0] * q[2] - 2 * q[1] * q[3]) * (-180) / kPi;
+    r->orientation[2] = tilt * (-180) / kPi;
 
     double pitch = 0.0;
     double roll = 0.0;
-    double heading = 0.0;
-    if (side_by_side)
-        smoothed_outputs(r->calibrated, acc, azimuth, &pitch, &roll, &heading);
-    else
-        QvGyroCal_update_get_pitch_roll(acc, &pitch, &roll);
+    QvGyroCal_update_get_pitch_roll(acc, &pitch, &roll);
     r->orientation[1] = pitch;
     r->orientation[2] = roll;
-    r->orientation[0] = side_by_side ? heading : angle_filter(azimuth);
+    r->orientation[0] = angle_filter(azimuth);
 
     r->accuracy = cal.cal_accuracy;
     r->radius = cal.cal_radius;
