@@ -12,6 +12,7 @@
 #include "fusion/fusion_state.h"
 #include "magcal/magcal_algorithms.h"
 #include "matrix/numeric.h"
+#include "matrix/row_kernels.h"
 
 using namespace magcal;
 
@@ -86,7 +87,7 @@ extern "C" MAGCAL_API double angle_filter(double a) {
     }
     long long outliers = 0;
     ring_visit_oldest_first<100>(h.angle_newest, 0, last - 1, [&](int32_t slot) {
-        sum += term[slot];
+        sum = matrix::add_nan_first(sum, term[slot]);
         outliers -= outlier[slot];
     });
     const int32_t count = h.angle_cnt - static_cast<int32_t>(outliers);

@@ -24,15 +24,17 @@ extern "C" MAGCAL_API void QvGyroCal_update_get_pitch_roll(const double acc[3], 
 
     // The sum starts with the new sample and adds the n - 1 before it, oldest
     // first. With fewer than two the new sample replaces the newest entry.
-    // x and y are two independent sums carried in one register, z beside
-    // them; held in registers, not in an array, so that no sum waits on memory.
+    // x and y take the entry as the first operand of each addition, z the sum
+    // (see add_nan_first). x and y are two independent sums carried in one
+    // register, z beside them; held in registers, not in an array, so that
+    // no sum waits on memory.
     matrix::Pair xy = {acc[0], acc[1]};
     double z = acc[2];
     if (n >= 2) {
         const int32_t last = (n - 1 < 49 ? n - 1 : 49) - 1;
         ring_visit_oldest_first<50>(h.accel_b_newest, 0, last, [&](int32_t slot) {
-            xy += matrix::load_pair(h.B_Accel[slot]);
-            z += h.B_Accel[slot][2];
+            xy = matrix::add_nan_first(matrix::load_pair(h.B_Accel[slot]), xy);
+            z = matrix::add_nan_first(z, h.B_Accel[slot][2]);
         });
         h.accel_b_newest = ring_slot_before<50>(h.accel_b_newest);
     }

@@ -66,6 +66,29 @@ MAGCAL_INLINE Pair splat(double v) {
     return Pair{v, v};
 }
 
+// a + b with a as the first operand of the machine's addition. When both
+// are NaN the result is one of them, and which one depends on that order
+// (x86 returns the first operand's); C++ leaves the order to the compiler.
+// The histories' sums must keep the order the library has always had, so on
+// x86-64 it is pinned here; elsewhere it is the compiler's.
+MAGCAL_INLINE double add_nan_first(double a, double b) {
+#if defined(__x86_64__) && defined(__GNUC__)
+    __asm__("addsd %1, %0" : "+x"(a) : "xm"(b));
+    return a;
+#else
+    return a + b;
+#endif
+}
+
+MAGCAL_INLINE Pair add_nan_first(Pair a, Pair b) {
+#if defined(__x86_64__) && defined(__GNUC__)
+    __asm__("addpd %1, %0" : "+x"(a) : "x"(b));
+    return a;
+#else
+    return a + b;
+#endif
+}
+
 // +0.0 in both lanes: the start of every result element.
 constexpr Pair kZeroPair = {0.0, 0.0};
 
