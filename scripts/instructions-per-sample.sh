@@ -90,7 +90,7 @@ if [ "$by_module" -eq 1 ]; then
         else if (f ~ /offset_kalman|offset::[(]anonymous|Offset_Calibration|rotation_over_step|pivoting<3>|finite<6|finite<3/)
           m = "offset/   Kalman offset step"
         else if (f ~ /sphere_fit|QvGyroCal_RLS/) m = "offset/   sphere fit"
-        else if (f ~ /angle_filter|average_filter|pitch_roll|QvGyroCal_update_offset[^_]|smoothed_outputs|azimuth_|field_average_|tilt_/)
+        else if (f ~ /angle_filter|average_filter|pitch_roll|QvGyroCal_update_offset[^_]/)
           m = "calib/    per-sample update and its filters"
         else if (f ~ /^QVG_/) m = "api/      host entry points"
         else if ($0 ~ /src\//) m = "fusion/   driver, detectors, accuracy, attitude; the rest"
