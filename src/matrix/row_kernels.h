@@ -71,18 +71,13 @@ MAGCAL_INLINE Pair splat(double v) {
 // (x86 returns the first operand's); C++ leaves the order to the compiler.
 // The histories' sums must keep the order the library has always had, so on
 // x86-64 it is pinned here; elsewhere it is the compiler's.
-MAGCAL_INLINE double add_nan_first(double a, double b) {
+template <typename T>  // double or Pair
+MAGCAL_INLINE T add_nan_first(T a, T b) {
 #if defined(__x86_64__) && defined(__GNUC__)
-    __asm__("addsd %1, %0" : "+x"(a) : "xm"(b));
-    return a;
-#else
-    return a + b;
-#endif
-}
-
-MAGCAL_INLINE Pair add_nan_first(Pair a, Pair b) {
-#if defined(__x86_64__) && defined(__GNUC__)
-    __asm__("addpd %1, %0" : "+x"(a) : "x"(b));
+    if constexpr (sizeof(T) == sizeof(double))
+        __asm__("addsd %1, %0" : "+x"(a) : "x"(b));
+    else
+        __asm__("addpd %1, %0" : "+x"(a) : "x"(b));
     return a;
 #else
     return a + b;
