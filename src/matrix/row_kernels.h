@@ -75,9 +75,9 @@ template <typename T>  // double or Pair
 MAGCAL_INLINE T add_nan_first(T a, T b) {
 #if defined(__x86_64__) && defined(__GNUC__)
     if constexpr (sizeof(T) == sizeof(double))
-        __asm__("addsd %1, %0" : "+x"(a) : "x"(b));
+        __asm__("addsd %1, %0" : "+x"(a) : "xm"(b));
     else
-        __asm__("addpd %1, %0" : "+x"(a) : "x"(b));
+        __asm__("addpd %1, %0" : "+x"(a) : "x"(b));  // in memory it may be unaligned
     return a;
 #else
     return a + b;
