@@ -8,6 +8,8 @@
 // On x86-64 the specialised steps are also built a second time for
 // processors with 256-bit registers (four lanes instead of two, see
 // matrix/row_kernels.h), chosen per call from what the processor reports.
+// Android builds keep two lanes: the platform's x86 devices are emulators,
+// and nothing here relies on its runtime's processor-feature query.
 #pragma once
 
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__ANDROID__)
