@@ -85,9 +85,9 @@ if [ "$by_module" -eq 1 ]; then
         n = $1; gsub(",", "", n)
         f = $2; sub(/^[^:]*:/, "", f)  # the function, whatever file its first line is in
         if ($0 ~ /(libm|libc)[.]so|sysdeps|^ *[0-9,]+ +[.]\//) m = "libm and libc"
-        else if (f ~ /nine_state|QvGyroCal_9_states|invert_without_pivoting<6>|diagonal_and_finite<9/)
+        else if (f ~ /nine_state|magcal::ekf::|QvGyroCal_9_states|invert_without_pivoting<6>|diagonal_and_finite<9/)
           m = "ekf/      nine-state filter step"
-        else if (f ~ /offset_kalman|Offset_Calibration|rotation_over_step|pivoting<3>|finite<6|finite<3/)
+        else if (f ~ /offset_kalman|offset::[(]anonymous|Offset_Calibration|rotation_over_step|pivoting<3>|finite<6|finite<3/)
           m = "offset/   Kalman offset step"
         else if (f ~ /sphere_fit|QvGyroCal_RLS/) m = "offset/   sphere fit"
         else if (f ~ /angle_filter|average_filter|pitch_roll|QvGyroCal_update_offset[^_]/)

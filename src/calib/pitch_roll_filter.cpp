@@ -7,6 +7,7 @@
 #include "fusion/fusion_state.h"
 #include "magcal/magcal_algorithms.h"
 #include "matrix/numeric.h"
+#include "matrix/row_kernels.h"
 
 using namespace magcal;
 
@@ -23,14 +24,21 @@ extern "C" MAGCAL_API void QvGyroCal_update_get_pitch_roll(const double acc[3], 
 
     // The sum starts with the new sample and adds the n - 1 before it, oldest
     // first. With fewer than two the new sample replaces the newest entry.
-    double sum[3] = {acc[0], acc[1], acc[2]};
+    // x and y take the entry as the first operand of each addition, z the sum
+    // (see add_nan_first). x and y are two independent sums carried in one
+    // register, z beside them; held in registers, not in an array, so that
+    // no sum waits on memory.
+    matrix::Pair xy = {acc[0], acc[1]};
+    double z = acc[2];
     if (n >= 2) {
         const int32_t last = (n - 1 < 49 ? n - 1 : 49) - 1;
         ring_visit_oldest_first<50>(h.accel_b_newest, 0, last, [&](int32_t slot) {
-            for (int i = 0; i < 3; ++i) sum[i] += h.B_Accel[slot][i];
+            xy = matrix::add_nan_first(matrix::load_pair(h.B_Accel[slot]), xy);
+            z = matrix::add_nan_first(z, h.B_Accel[slot][2]);
         });
         h.accel_b_newest = ring_slot_before<50>(h.accel_b_newest);
     }
+    const double sum[3] = {xy[0], xy[1], z};
     for (int i = 0; i < 3; ++i) h.B_Accel[h.accel_b_newest][i] = acc[i];
 
     double mean[3];

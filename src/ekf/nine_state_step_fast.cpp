@@ -21,14 +21,12 @@
 #include "ekf/nine_state_constants.h"
 #include "ekf/nine_state_state.h"
 #include "ekf/nine_state_step.h"
+#include "matrix/fast_path.h"
 #include "matrix/inverse_kernel.h"
 #include "matrix/row_kernels.h"
 
 namespace magcal::ekf {
 namespace {
-
-using matrix::FiniteCheck;
-using matrix::RowSum;
 
 // Omega(w) as the plain step builds it: zeros, then the rate components.
 void set_omega(double m[4][4], const double w[3]) {
@@ -152,11 +150,12 @@ void discrete_noise(double qd[6][6], double qd_tail[3], const double f[3][6], co
     }
 }
 
-}  // namespace
-
-bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_corr_out[3],
-                          const double mag[3], const double acc[3], const double gyro[3],
-                          const double gyro_prev[3], double dt) {
+// The step with rows carried W lanes at a time.
+template <int W>
+MAGCAL_INLINE bool step_kernel(double q_io[4], double mag_corr_out[3], double bias_corr_out[3],
+                               const double mag[3], const double acc[3], const double gyro[3],
+                               const double gyro_prev[3], double dt) {
+    using FiniteCheck = matrix::FiniteCheck<W>;
     NineStateFilter& st = g_nine_state;
     const Matrix9& p_old = st.ns_P;
     const Matrix9& q_noise = st.ns_Q;
@@ -171,11 +170,11 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
     // P itself needs no check of its own: every element reaches Phi P or the
     // predicted P, which are checked below.
     FiniteCheck inputs;
-    inputs.add<4>(q_io);
-    inputs.add<3>(mag);
-    inputs.add<3>(acc);
-    inputs.add<3>(gyro);
-    inputs.add<3>(gyro_prev);
+    inputs.template add<4>(q_io);
+    inputs.template add<3>(mag);
+    inputs.template add<3>(acc);
+    inputs.template add<3>(gyro);
+    inputs.template add<3>(gyro_prev);
     inputs.add(dt);
     inputs.add(st.ns_dip);
     inputs.add(st.ns_dip_gain);
@@ -220,7 +219,7 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
     double phi_p[9][9];
     FiniteCheck meets_zero;
     for (int i = 0; i < 3; ++i) {
-        RowSum<9> row;
+        matrix::RowSum<9, W> row;
         for (int k = 0; k < 6; ++k) row.add(phi[i][k], p_old.data[k]);
         row.store(phi_p[i]);
         meets_zero.add(row);
@@ -233,7 +232,7 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
     // Adding Qd's +0.0 elements would change nothing: these sums are never -0.0.
     double p[9][9];
     for (int i = 0; i < 9; ++i) {
-        RowSum<3> left;
+        matrix::RowSum<3, W> left;
         for (int k = 0; k < 6; ++k) left.add(phi_p[i][k], phi_t[k]);
         left.store(p[i]);
         for (int j = 3; j < 9; ++j) p[i][j] = 0.0 + phi_p[i][j];
@@ -243,7 +242,7 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
                                                                   matrix::load_pair(&qd[i][j])));
         else
             p[i][i] = 0.0 + (p[i][i] + qd_tail[i - 6]);
-        meets_zero.add<9>(p[i]);
+        meets_zero.template add<9>(p[i]);
     }
 
     // C(q), navigation -> body, of the propagated quaternion.
@@ -297,7 +296,7 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
     // S = (H P) H^T + lambda R.
     double hp[6][9];
     for (int i = 0; i < 6; ++i) {
-        RowSum<9> row;
+        matrix::RowSum<9, W> row;
         for (int k = 0; k < 3; ++k)
             if (k != i % 3) row.add(h_left[i][k], p[k]);
         if (i >= 3) row.add(1.0, p[6 + i - 3]);
@@ -306,7 +305,7 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
     }
     double s_mat[6][6];
     for (int i = 0; i < 6; ++i) {
-        RowSum<6> row;
+        matrix::RowSum<6, W> row;
         for (int k = 0; k < 3; ++k) row.add(hp[i][k], h_t[k]);
         for (int k = 6; k < 9; ++k) row.add_at(k - 3, hp[i][k]);
         row.store(s_mat[i]);
@@ -321,12 +320,12 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
     double k_gain[9][6];
     double k_t[6][9];
     for (int i = 0; i < 9; ++i) {
-        RowSum<6> pht;
+        matrix::RowSum<6, W> pht;
         for (int k = 0; k < 3; ++k) pht.add(p[i][k], h_t[k]);
         for (int k = 6; k < 9; ++k) pht.add_at(k - 3, p[i][k]);
         double pht_row[6];
         pht.store(pht_row);
-        RowSum<6> row;
+        matrix::RowSum<6, W> row;
         for (int k = 0; k < 6; ++k) row.add(pht_row[k], s_inv[k]);
         row.store(k_gain[i]);
         meets_zero.add(row);
@@ -335,7 +334,7 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
     if (!meets_zero.all_finite()) return false;
     double x[9];
     {
-        RowSum<9> kz;
+        matrix::RowSum<9, W> kz;
         for (int k = 0; k < 6; ++k) kz.add(z[k], k_t[k]);
         kz.store(x);
     }
@@ -344,7 +343,7 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
     // stay the identity's.
     double a_t[9][9];
     for (int i = 0; i < 9; ++i) {
-        RowSum<3> kh;
+        matrix::RowSum<3, W> kh;
         for (int k = 0; k < 6; ++k) kh.add(k_gain[i][k], h_left[k]);
         double kh_row[3];
         kh.store(kh_row);
@@ -359,7 +358,7 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
     FiniteCheck ap_check;
     double ap[9][9];
     for (int i = 0; i < 9; ++i) {
-        RowSum<9> row;
+        matrix::RowSum<9, W> row;
         for (int k = 0; k < 3; ++k) row.add(a_t[k][i], p[k]);
         if (i >= 3 && i < 6) row.add(1.0, p[i]);
         for (int k = 6; k < 9; ++k) row.add(a_t[k][i], p[k]);
@@ -374,17 +373,13 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
         for (int j = 0; j < 6; ++j) kr[i][j] = 0.0 + k_gain[i][j] * r_noise.data[j][j];
     const double fading = guarded(st.ns_lambda);
     for (int i = 0; i < 9; ++i) {
-        RowSum<9> apat;
+        matrix::RowSum<9, W> apat;
         for (int k = 0; k < 3; ++k) apat.add(ap[i][k], a_t[k]);
         for (int k = 3; k < 6; ++k) apat.add_at(k, ap[i][k]);
         for (int k = 6; k < 9; ++k) apat.add(ap[i][k], a_t[k]);
-        RowSum<9> krkt;
+        matrix::RowSum<9, W> krkt;
         for (int k = 0; k < 6; ++k) krkt.add(kr[i][k], k_t[k]);
-        for (int j = 0; j < 4; ++j)
-            matrix::store_pair(
-                &st.ns_P.data[i][2 * j],
-                (matrix::kZeroPair + (apat.pair[j] + krkt.pair[j])) / matrix::splat(fading));
-        st.ns_P.data[i][8] = (0.0 + (apat.last + krkt.last)) / fading;
+        matrix::store_sum<true>(st.ns_P.data[i], apat, krkt, fading);
     }
 
     // Fold the attitude error into q on the body side: q (x) (1, x0, x1, x2).
@@ -409,6 +404,26 @@ bool nine_state_step_fast(double q_io[4], double mag_corr_out[3], double bias_co
         mag_corr_out[i] = x[6 + i];
     }
     return true;
+}
+
+#if MAGCAL_WIDE_LANES
+MAGCAL_WIDE_TARGET bool step_wide(double q[4], double mag_corr_out[3], double bias_corr_out[3],
+                                  const double mag[3], const double acc[3], const double gyro[3],
+                                  const double gyro_prev[3], double dt) {
+    return step_kernel<4>(q, mag_corr_out, bias_corr_out, mag, acc, gyro, gyro_prev, dt);
+}
+#endif
+
+}  // namespace
+
+bool nine_state_step_fast(double q[4], double mag_corr_out[3], double bias_corr_out[3],
+                          const double mag[3], const double acc[3], const double gyro[3],
+                          const double gyro_prev[3], double dt) {
+#if MAGCAL_WIDE_LANES
+    if (wide_lanes_enabled())
+        return step_wide(q, mag_corr_out, bias_corr_out, mag, acc, gyro, gyro_prev, dt);
+#endif
+    return step_kernel<2>(q, mag_corr_out, bias_corr_out, mag, acc, gyro, gyro_prev, dt);
 }
 
 }  // namespace magcal::ekf

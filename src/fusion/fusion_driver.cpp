@@ -344,12 +344,13 @@ extern "C" MAGCAL_API void Sensor_Fusion_9_Hybrid_Mar_2018_v3(
     if (fs.acc_prev < 3 && fs.accuracy >= 3) copy3(fs.offset_saved, fs.offset_est);
 
     // The gyroscope and the filter must agree on heading once calibrated and
-    // the device has settled.
-    double angles_gyro[3];
-    double angles_fused[3];
-    QvGyroCal_quaternion2angle(angles_gyro, q_gyro);
-    QvGyroCal_quaternion2angle(angles_fused, q_fused);
+    // the device has settled. The angles are read only then, and forming them
+    // changes nothing else, so they are formed only then.
     if (fs.fusion_enable && level >= 1 && fs.move_hold == 0) {
+        double angles_gyro[3];
+        double angles_fused[3];
+        QvGyroCal_quaternion2angle(angles_gyro, q_gyro);
+        QvGyroCal_quaternion2angle(angles_fused, q_fused);
         const double d = std::fabs(angles_gyro[0] - angles_fused[0]);
         if (d > 5.0 && d < 355.0) {
             if (rls_resid > 20.0 && level >= 2)

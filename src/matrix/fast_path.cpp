@@ -8,4 +8,8 @@ void set_fast_path_enabled(bool enabled) {
     g_fast_path.plain_only = !enabled;
 }
 
+void set_wide_lanes_enabled(bool enabled) {
+    g_fast_path.narrow_only = !enabled;
+}
+
 }  // namespace magcal

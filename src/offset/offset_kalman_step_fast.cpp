@@ -13,6 +13,7 @@
 // differential tests in tests/offset/offset_kalman_fast_test.cpp hold the
 // two to the same bits. Units: field [uT], rate [rad/s], time step [s].
 #include "magcal/magcal_algorithms.h"
+#include "matrix/fast_path.h"
 #include "matrix/inverse_kernel.h"
 #include "matrix/row_kernels.h"
 #include "offset/offset_kalman_state.h"
@@ -21,9 +22,12 @@
 
 namespace magcal::offset {
 
-bool offset_kalman_step_fast(const double mag[3], const double gyro[3], double dt) {
-    using matrix::FiniteCheck;
-    using matrix::RowSum;
+namespace {
+
+// The step with rows carried W lanes at a time.
+template <int W>
+MAGCAL_INLINE bool step_kernel(const double mag[3], const double gyro[3], double dt) {
+    using FiniteCheck = matrix::FiniteCheck<W>;
     OffsetKalmanState& st = g_offset_kalman;
     const Matrix6& p_old = st.kf_Pf;
     const Matrix6& q_noise = st.kf_Qf;
@@ -34,14 +38,14 @@ bool offset_kalman_step_fast(const double mag[3], const double gyro[3], double d
     double x_old[6];
     for (int i = 0; i < 6; ++i) x_old[i] = st.kf_xf.data[i][0];
     FiniteCheck inputs;
-    inputs.add<3>(mag);
-    inputs.add<3>(gyro);
+    inputs.template add<3>(mag);
+    inputs.template add<3>(gyro);
     inputs.add(dt);
-    inputs.add<6>(x_old);
-    inputs.add<36>(&p_old.data[0][0]);
+    inputs.template add<6>(x_old);
+    inputs.template add<36>(&p_old.data[0][0]);
     double rot[3][3];
     rotation_over_step(rot, gyro, dt);
-    inputs.add<9>(&rot[0][0]);
+    inputs.template add<9>(&rot[0][0]);
     if (!inputs.all_finite() || !matrix::diagonal_and_finite<6, 6>(&q_noise.data[0][0]) ||
         !matrix::diagonal_and_finite<3, 6>(&r_noise.data[0][0]))
         return false;
@@ -76,7 +80,7 @@ bool offset_kalman_step_fast(const double mag[3], const double gyro[3], double d
             sum += x_old[i];
         x[i] = 0.0 + sum;
     }
-    meets_zero.add<6>(x);
+    meets_zero.template add<6>(x);
 
     // Qd = 0.5 (A + A^T), A = dt Q + h (F Q) + (h Q^T) F^T with Q diagonal;
     // a_t holds A^T.
@@ -104,7 +108,7 @@ bool offset_kalman_step_fast(const double mag[3], const double gyro[3], double d
     // P = (F P) F^T + Qd. Rows 3-5 of F P are 0.0 + P.
     double fp[6][6];
     for (int i = 0; i < 3; ++i) {
-        RowSum<6> row;
+        matrix::RowSum<6, W> row;
         for (int k = 0; k < 6; ++k) row.add(f[i][k], p_old.data[k]);
         row.store(fp[i]);
         meets_zero.add(row);
@@ -113,7 +117,7 @@ bool offset_kalman_step_fast(const double mag[3], const double gyro[3], double d
         for (int j = 0; j < 6; ++j) fp[i][j] = 0.0 + p_old.data[i][j];
     double p[6][6];
     for (int i = 0; i < 6; ++i) {
-        RowSum<3> left;
+        matrix::RowSum<3, W> left;
         for (int k = 0; k < 6; ++k) left.add(fp[i][k], f_t[k]);
         left.store(p[i]);
         for (int j = 3; j < 6; ++j) p[i][j] = 0.0 + fp[i][j];
@@ -123,7 +127,7 @@ bool offset_kalman_step_fast(const double mag[3], const double gyro[3], double d
                                                        (kZeroPair + load_pair(&a_t[i][j]))));
             store_pair(&p[i][j], kZeroPair + (load_pair(&p[i][j]) + qd));
         }
-        meets_zero.add<6>(p[i]);
+        meets_zero.template add<6>(p[i]);
     }
 
     // S = (H P) H^T + Rf is P's leading block, each element through 0.0 + twice.
@@ -137,7 +141,7 @@ bool offset_kalman_step_fast(const double mag[3], const double gyro[3], double d
     // K = (P H^T) S^-1, P H^T being P's left columns (0.0 + element).
     double k_gain[6][3];
     for (int i = 0; i < 6; ++i) {
-        RowSum<3> row;
+        matrix::RowSum<3, W> row;
         for (int k = 0; k < 3; ++k) row.add(0.0 + p[i][k], s_inv[k]);
         row.store(k_gain[i]);
         meets_zero.add(row);
@@ -166,7 +170,7 @@ bool offset_kalman_step_fast(const double mag[3], const double gyro[3], double d
     FiniteCheck ap_check;
     double ap[6][6];
     for (int i = 0; i < 6; ++i) {
-        RowSum<6> row;
+        matrix::RowSum<6, W> row;
         for (int k = 0; k < 3; ++k) row.add(a_left[i][k], p[k]);
         if (i >= 3) row.add(1.0, p[i]);
         row.store(ap[i]);
@@ -183,16 +187,30 @@ bool offset_kalman_step_fast(const double mag[3], const double gyro[3], double d
     // Nothing can decline from here on: the new covariance goes straight
     // into the state.
     for (int i = 0; i < 6; ++i) {
-        RowSum<6> apat;
+        matrix::RowSum<6, W> apat;
         for (int k = 0; k < 3; ++k) apat.add(ap[i][k], a_left_t[k]);
         for (int k = 3; k < 6; ++k) apat.add_at(k, ap[i][k]);
-        RowSum<6> krkt;
+        matrix::RowSum<6, W> krkt;
         for (int k = 0; k < 3; ++k) krkt.add(kr[i][k], k_t[k]);
-        for (int j = 0; j < 3; ++j)
-            store_pair(&st.kf_Pf.data[i][2 * j], kZeroPair + (apat.pair[j] + krkt.pair[j]));
+        matrix::store_sum<false>(st.kf_Pf.data[i], apat, krkt);
     }
     for (int i = 0; i < 6; ++i) st.kf_xf.data[i][0] = x_new[i];
     return true;
+}
+
+#if MAGCAL_WIDE_LANES
+MAGCAL_WIDE_TARGET bool step_wide(const double mag[3], const double gyro[3], double dt) {
+    return step_kernel<4>(mag, gyro, dt);
+}
+#endif
+
+}  // namespace
+
+bool offset_kalman_step_fast(const double mag[3], const double gyro[3], double dt) {
+#if MAGCAL_WIDE_LANES
+    if (wide_lanes_enabled()) return step_wide(mag, gyro, dt);
+#endif
+    return step_kernel<2>(mag, gyro, dt);
 }
 
 }  // namespace magcal::offset

@@ -20,7 +20,7 @@ constexpr double kStill[3] = {0.0, 0.0, 0.0};
 constexpr double kField[3] = {0.0, 30.0, -40.0};
 
 class CalibrationUpdate : public testing::Test {
-protected:
+  protected:
     void SetUp() override {
         magcal_test::reset_library_state();
         QvGyroCal_init();
@@ -56,7 +56,9 @@ TEST_F(CalibrationUpdate, RefusedSamplesChangeNothing) {
 
 // dt is read back from the gyroscope attitude: a z rate of 1 rad/s turns it
 // by dt radians, so its z component is sin(dt / 2).
-double step_seen_by_gyro_attitude() { return 2.0 * std::asin(magcal::q_gyro[3]); }
+double step_seen_by_gyro_attitude() {
+    return 2.0 * std::asin(magcal::q_gyro[3]);
+}
 
 TEST_F(CalibrationUpdate, StepIsClampedAndSetsThePeriod) {
     const double spin[3] = {0.0, 0.0, 1.0};
@@ -213,6 +215,34 @@ TEST(PitchRoll, MeanOfHalfASecondAndTheFaceDownFold) {
     const double face_down_other[3] = {0.0, 4.9, -9.8 * std::cos(M_PI / 6)};
     for (int i = 0; i < 30; ++i) QvGyroCal_update_get_pitch_roll(face_down_other, &pitch, &roll);
     EXPECT_NEAR(pitch, -150.0, 1e-4);
+}
+
+// The update writes the attitude's tilt into the roll slot before it takes
+// pitch and roll from the acceleration; a caller whose acceleration array
+// starts at that slot must have them taken from the tilt (and from the
+// linear acceleration after it), even though the roll then replaces it.
+TEST_F(CalibrationUpdate, AccelerationOverlappingTheRollSlotSeesTheTiltFirst) {
+    const double gyro[3] = {0.3, -0.2, 0.9};
+    const double tilted[3] = {1.5, -2.0, 9.5};
+    for (int i = 0; i < 20; ++i) ASSERT_EQ(update(kField, tilted, gyro, 1.0 + 0.02 * i), 0);
+    const magcal::UpdateHistory before = g_update_history;
+    result_.orientation[2] = 2.0;
+    result_.linear_accel[0] = -1.0;
+    result_.linear_accel[1] = 9.0;
+    ASSERT_EQ(update(kField, &result_.orientation[2], gyro, 1.4), 0);
+
+    constexpr double kPi = 3.141592025756836;  // 3.141592f widened
+    const double* q = g_update_history.g_out_q;
+    const double seen[3] = {std::asin(2 * q[0] * q[2] - 2 * q[1] * q[3]) * (-180) / kPi,
+                            result_.linear_accel[0], result_.linear_accel[1]};
+    ASSERT_NE(seen[0], 0.0);  // the attitude is tilted, so a missing tilt shows
+    std::memcpy(g_update_history.B_Accel, before.B_Accel, sizeof before.B_Accel);
+    g_update_history.accel_b_cnt = before.accel_b_cnt;
+    g_update_history.accel_b_newest = before.accel_b_newest;
+    double pitch = 0.0, roll = 0.0;
+    QvGyroCal_update_get_pitch_roll(seen, &pitch, &roll);
+    EXPECT_EQ(std::memcmp(&pitch, &result_.orientation[1], sizeof pitch), 0);
+    EXPECT_EQ(std::memcmp(&roll, &result_.orientation[2], sizeof roll), 0);
 }
 
 TEST_F(CalibrationUpdate, PerSampleUpdateAllocatesNothing) {

@@ -15,6 +15,7 @@
 #include "ekf/nine_state_state.h"
 #include "ekf/nine_state_step.h"
 #include "magcal/magcal_algorithms.h"
+#include "matrix/fast_path.h"
 #include "support/library_reset.h"
 #include "support/value_source.h"
 
@@ -64,15 +65,18 @@ Outcome run_plain(const Inputs& in) {
     return out;
 }
 
-// The specialised step, or, where it declines, the plain one after checking
-// that the specialised step left everything as it was.
-Outcome run_fast(const Inputs& in, bool* taken) {
+// The specialised step with the given lane width, or, where it declines, the
+// plain one after checking that the specialised step left everything as it
+// was.
+Outcome run_fast_lanes(const Inputs& in, bool wide, bool* taken) {
+    magcal::set_wide_lanes_enabled(wide);
     Outcome out;
     std::copy(in.q, in.q + 4, out.q);
     const Outcome untouched = out;
     const NineStateFilter before = g_nine_state;
     *taken = magcal::ekf::nine_state_step_fast(out.q, out.mag_corr, out.bias_corr, in.mag, in.acc,
                                                in.gyro, in.gyro_prev, in.dt);
+    magcal::set_wide_lanes_enabled(true);
     if (!*taken) {
         EXPECT_TRUE(
             same_bits(out.q, untouched.q, 4) && same_bits(out.mag_corr, untouched.mag_corr, 3) &&
@@ -82,6 +86,21 @@ Outcome run_fast(const Inputs& in, bool* taken) {
     }
     out.state = g_nine_state;
     return out;
+}
+
+// The specialised step in two lanes and, where the processor has them, in
+// four: both must agree on whether they run and on every bit.
+Outcome run_fast(const Inputs& in, bool* taken) {
+    const NineStateFilter start = g_nine_state;
+    const Outcome narrow = run_fast_lanes(in, false, taken);
+    if (magcal::wide_lanes_available()) {
+        g_nine_state = start;
+        bool wide_taken = false;
+        const Outcome wide = run_fast_lanes(in, true, &wide_taken);
+        EXPECT_EQ(wide_taken, *taken);
+        EXPECT_TRUE(same_outcome(wide, narrow)) << "four lanes and two differ";
+    }
+    return narrow;
 }
 
 // Runs both forms from the current state; leaves the plain result as the

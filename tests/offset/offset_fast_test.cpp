@@ -62,6 +62,8 @@ KalmanOutcome run_kalman(const KalmanInputs& in, bool fast) {
 
 // Runs both forms from the current state, leaves the plain result as the
 // state and returns whether the specialised form was taken.
+// The specialised form runs in two lanes and, where the processor has them,
+// in four.
 bool kalman_both(const KalmanInputs& in, const char* what) {
     const OffsetKalmanState start = g_offset_kalman;
     const bool taken = magcal::offset::offset_kalman_step_fast(in.mag, in.gyro, in.dt);
@@ -69,12 +71,19 @@ bool kalman_both(const KalmanInputs& in, const char* what) {
         EXPECT_TRUE(same_bits(start, g_offset_kalman)) << "a declined step changed something";
     }
     g_offset_kalman = start;
-    const KalmanOutcome fast = run_kalman(in, true);
-    g_offset_kalman = start;
     const KalmanOutcome plain = run_kalman(in, false);
-    EXPECT_TRUE(same_bits(fast.offset, plain.offset, 3) && same_bits(fast.radius, plain.radius) &&
-                same_kalman_state(fast.state, plain.state))
-        << what << (taken ? " (specialised)" : " (declined)");
+    for (const bool wide : {false, true}) {
+        if (wide && !magcal::wide_lanes_available()) break;
+        magcal::set_wide_lanes_enabled(wide);
+        g_offset_kalman = start;
+        const KalmanOutcome fast = run_kalman(in, true);
+        magcal::set_wide_lanes_enabled(true);
+        EXPECT_TRUE(same_bits(fast.offset, plain.offset, 3) &&
+                    same_bits(fast.radius, plain.radius) &&
+                    same_kalman_state(fast.state, plain.state))
+            << what << (taken ? " (specialised" : " (declined") << (wide ? ", four lanes)" : ")");
+    }
+    g_offset_kalman = plain.state;
     return taken;
 }
 
