@@ -61,9 +61,6 @@ TEST(LogChecks, SimulatedSessionsOfEveryScenarioPassWithoutWarnings) {
 }
 
 TEST(LogChecks, RealRecordingsPassWithoutWarnings) {
-#ifndef MAGCAL_HAVE_ZLIB
-    GTEST_SKIP() << "built without zlib";
-#endif
     for (const char* trial :
          {"05_undisturbed_slow_rotation_with_breaks_B", "34_disturbed_attached_magnet_3cm"}) {
         const CheckReport r = check_log(

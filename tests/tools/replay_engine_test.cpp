@@ -135,11 +135,9 @@ TEST(ReplayEngine, DecisionSnapshotsChangeNoOutputBit) {
         simulated.push_back({smp.t_ns, smp.sensor, smp.v, 0, 0});
     std::vector<const std::vector<LogRecord>*> logs{&simulated};
     std::vector<LogRecord> real;
-#ifdef MAGCAL_HAVE_ZLIB  // the recording is gzip-compressed
     real = read_sensor_log(std::string(MAGCAL_DATA_DIR) +
                            "/broad/05_undisturbed_slow_rotation_with_breaks_B.csv.gz");
     logs.push_back(&real);
-#endif
     for (const std::vector<LogRecord>* log : logs) {
         std::vector<ResultRow> plain;
         {

@@ -63,8 +63,9 @@ HeadingFigures report_figures(const std::string& out) {
 HeadingFigures replay_figures(const std::string& out) {
     std::smatch fused, azimuth;
     HeadingFigures f;
-    if (std::regex_search(out, fused,
-                          std::regex("fused attitude: RMS ([0-9.]+) deg \\([^)]*over ([0-9]+) sam")) &&
+    if (std::regex_search(
+            out, fused,
+            std::regex("fused attitude: RMS ([0-9.]+) deg \\([^)]*over ([0-9]+) sam")) &&
         std::regex_search(out, azimuth, std::regex("azimuth output error: +RMS ([0-9.]+) deg"))) {
         f = {std::stod(fused[1]), std::stod(azimuth[1]), std::stol(fused[2])};
     }
@@ -257,8 +258,9 @@ TEST(ToolReport, ScriptIsFoundBesideTheToolBeforeTheInstalledLayout) {
     const ScopedEnv python("MAGCAL_PYTHON", dir.file("python3"));
     write_text(dir.file("r.csv"), "t_ns\n1\n");
     const auto drawn_by = [&]() {
-        const std::string command = dir.file("bin/magcal") + " report " + dir.file("r.csv") +
-                                    " -o " + dir.file("r.png") + " >/dev/null 2>&1";
+        const std::string command = MAGCAL_TOOL_LAUNCHER + dir.file("bin/magcal") + " report " +
+                                    dir.file("r.csv") + " -o " + dir.file("r.png") +
+                                    " >/dev/null 2>&1";
         EXPECT_EQ(std::system(command.c_str()), 0);
         return slurp(dir.file("r.png"));
     };

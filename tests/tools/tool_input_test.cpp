@@ -122,14 +122,13 @@ TEST(ToolInput, FirstLinesThatAreNotTheLogsHeaderSayHeader) {
         EXPECT_EQ(run.status, 2) << text;
         EXPECT_EQ(run.err, dir.file("log.csv") + message + "\n");
     }
-#ifdef MAGCAL_HAVE_ZLIB
-    // Compressed files are recognised by their content; damage is named.
+    // Compressed files are recognised by their content (read through zlib or,
+    // without it, the system's gzip); damage is named.
     write_text(dir.file("log.csv"), std::string("\x1f\x8b\x08\x00garbage", 11));
     ToolRun damaged = run_tool("replay @log.csv", dir);
     EXPECT_EQ(damaged.status, 2);
-    EXPECT_EQ(damaged.err.rfind(dir.file("log.csv") + ":1: damaged compressed data: ", 0), 0u)
+    EXPECT_EQ(damaged.err.rfind(dir.file("log.csv") + ":1: damaged compressed data", 0), 0u)
         << damaged.err;
-#endif
 
     write_text(dir.file("log.csv"), kGoodLog);
     const ToolRun run = run_tool("replay @log.csv -o @r.csv", dir);

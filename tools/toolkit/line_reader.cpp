@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -26,8 +27,11 @@ bool looks_gzip_compressed(std::string_view start) {
 }
 
 // zlib reads plain files too, so with zlib every file goes through it.
+// Without zlib a compressed file is read through the system's gzip, which
+// then writes the plain text into a pipe.
 struct LineReader::Source {
     int fd = -1;
+    pid_t gunzip = -1;  // the gzip child, while it runs
 #ifdef MAGCAL_HAVE_ZLIB
     gzFile gz = nullptr;
 #endif
@@ -39,6 +43,41 @@ struct LineReader::Source {
         }
 #endif
         if (fd > STDIN_FILENO) close(fd);
+        if (gunzip > 0) waitpid(gunzip, nullptr, 0);  // it stops at the closed pipe
+    }
+
+    // Replaces fd, a seekable compressed file, by a pipe from `gzip -dc`.
+    // False when that cannot be set up.
+    bool read_through_gunzip() {
+        int pipe_fds[2];
+        if (lseek(fd, 0, SEEK_SET) != 0 || pipe2(pipe_fds, O_CLOEXEC) != 0) return false;
+        const pid_t child = fork();
+        if (child < 0) {
+            close(pipe_fds[0]);
+            close(pipe_fds[1]);
+            return false;
+        }
+        if (child == 0) {
+            if (dup2(fd, STDIN_FILENO) < 0 || dup2(pipe_fds[1], STDOUT_FILENO) < 0) _exit(127);
+            const int null = open("/dev/null", O_WRONLY);
+            if (null >= 0) dup2(null, STDERR_FILENO);
+            execlp("gzip", "gzip", "-dc", static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        close(pipe_fds[1]);
+        if (fd > STDIN_FILENO) close(fd);
+        fd = pipe_fds[0];
+        gunzip = child;
+        return true;
+    }
+
+    // Collects the gzip child at the end of its output; false when it failed.
+    bool gunzip_succeeded() {
+        if (gunzip <= 0) return true;
+        int status = 0;
+        const pid_t done = waitpid(gunzip, &status, 0);
+        gunzip = -1;
+        return done > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
     }
 };
 
@@ -98,11 +137,21 @@ bool LineReader::fill() {
         buffer_.resize(old);
         throw InputError(name_ + ": read error: " + std::strerror(errno));
     }
-    if (old == 0 && number_ == 0 && looks_gzip_compressed({buffer_.data(), size_t(got)})) {
-        throw InputError(name_ +
-                         ": gzip-compressed, and this magcal was built without zlib: "
-                         "decompress it first (gunzip -k " +
-                         name_ + ")");
+    if (old == 0 && number_ == 0 && source_->gunzip < 0 &&
+        looks_gzip_compressed({buffer_.data(), size_t(got)})) {
+        buffer_.resize(old);
+        if (!source_->read_through_gunzip()) {
+            throw InputError(name_ +
+                             ": gzip-compressed, and this magcal was built without zlib and "
+                             "cannot run gzip on it: decompress it first (gunzip -k " +
+                             name_ + ")");
+        }
+        return fill();
+    }
+    if (got == 0 && !source_->gunzip_succeeded()) {
+        buffer_.resize(old);
+        throw InputError(name_ + ":" + std::to_string(number_ + 1) +
+                         ": damaged compressed data (gzip could not decompress it)");
     }
 #endif
     buffer_.resize(old + static_cast<size_t>(got));

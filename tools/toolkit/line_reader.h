@@ -1,7 +1,8 @@
 // Lines of a text file, one at a time and without holding the whole file:
 // a 10-hour log is millions of lines. Reads plain files, gzip-compressed
-// files (recognised by their magic bytes, not by the name) when the tool is
-// built with zlib, standard input for the name "-", and text in memory.
+// files (recognised by their magic bytes, not by the name; through zlib, or
+// through the system's gzip when the tool is built without zlib), standard
+// input for the name "-", and text in memory.
 #pragma once
 
 #include <cstdio>
