@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <map>
 #include <numeric>
@@ -248,12 +249,16 @@ bool parse_timestamp_ns(std::string_view text, int exponent, int64_t* ns) {
     }
     if (static_cast<long>(digits.size()) + shift > 19) return false;
     digits.append(static_cast<size_t>(shift), '0');
-    unsigned __int128 v = 0;
+    // At most 19 digits, so below 10^19 even rounded up: within 64 bits.
+    uint64_t v = 0;
     for (char c : digits) v = v * 10 + static_cast<unsigned>(c - '0');
-    v += round_up;
-    const unsigned __int128 limit = static_cast<unsigned __int128>(INT64_MAX) + (negative ? 1 : 0);
-    if (v > limit) return false;
-    *ns = negative ? static_cast<int64_t>(-static_cast<__int128>(v)) : static_cast<int64_t>(v);
+    v += round_up ? 1 : 0;
+    const uint64_t magnitude_max = static_cast<uint64_t>(INT64_MAX);
+    if (v > magnitude_max + (negative ? 1 : 0)) return false;
+    if (!negative)
+        *ns = static_cast<int64_t>(v);
+    else
+        *ns = v > magnitude_max ? INT64_MIN : -static_cast<int64_t>(v);
     return true;
 }
 
