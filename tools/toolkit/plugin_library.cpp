@@ -74,7 +74,7 @@ std::string PluginLibrary::default_path() {
     struct stat st;
     // The build tree keeps the plug-in one level up; an installed tool finds
     // it in the library directory of its own prefix.
-    for (const std::string candidate :
+    for (const std::string& candidate :
          {dir + "../libmagcal.so", dir + MAGCAL_LIBDIR_FROM_BINDIR "/libmagcal.so"}) {
         if (stat(candidate.c_str(), &st) != 0) continue;
         char resolved[PATH_MAX];

@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "tool_errors.h"
 
@@ -33,7 +32,8 @@ class Terminated {
   public:
     explicit Terminated(std::string_view text) : size_(text.size()) {
         if (size_ < sizeof small_) {
-            std::memcpy(small_, text.data(), size_);
+            // copy, not memcpy: an empty view may have no data pointer at all.
+            text.copy(small_, size_);
             small_[size_] = '\0';
         } else {
             large_.assign(text);
