@@ -14,7 +14,7 @@
 //    for "%f" text. Object keys come out sorted and unique.
 // The shape of each printed text (keys of objects, lengths of arrays) is
 // read by a small reader of the printer's dialect below, since the model
-// lists no keys; it also checks that the printer writes JSON.
+// lists no keys; it also checks the printed brackets, strings and commas.
 #include <cstdint>
 #include <cstring>
 #include <memory>

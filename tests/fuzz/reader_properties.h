@@ -36,9 +36,11 @@ std::string input_error_of(Read read) {
 }
 
 // An input error that names `name` and a line in 1..max_line (any line when
-// max_line < 1), or the whole file with one of `whole_file`.
+// max_line < 1), or the whole file with one of `whole_file`. Every reader
+// may also refuse compressed input as a whole when built without zlib (the
+// cross builds are).
 void require_names_file_and_line(const std::string& message, const std::string& name, int max_line,
-                                 const std::vector<std::string>& whole_file = {});
+                                 std::vector<std::string> whole_file = {});
 
 // What `write` prints into a stream, as a string.
 template <typename Write>

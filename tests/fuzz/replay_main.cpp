@@ -7,40 +7,41 @@
 //   fuzz_replay_TARGET PATH...
 // Each input sits in a heap block of exactly its size, as under the engine,
 // so a read past its end is caught by AddressSanitizer.
-#include <dirent.h>
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 namespace {
 
+namespace fs = std::filesystem;
+
 // Sorted, so that a failure always shows up on the same input first.
-bool collect(const std::string& path, std::vector<std::string>* files) {
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0) return false;
-    if (!S_ISDIR(st.st_mode)) {
-        files->push_back(path);
+// (std::filesystem, not readdir: a 32-bit build under emulation gets
+// 64-bit inode numbers that plain readdir refuses.)
+bool collect(const fs::path& path, std::vector<std::string>* files) {
+    std::error_code error;
+    if (!fs::is_directory(path, error)) {
+        if (!fs::exists(path, error)) return false;
+        files->push_back(path.string());
         return true;
     }
-    DIR* dir = opendir(path.c_str());
-    if (dir == nullptr) return false;
-    std::vector<std::string> names;
-    while (const dirent* entry = readdir(dir)) {
-        if (entry->d_name[0] != '.') names.push_back(entry->d_name);
+    std::vector<fs::path> entries;
+    for (fs::directory_iterator it(path, error), end; !error && it != end; it.increment(error)) {
+        if (it->path().filename().string()[0] != '.') entries.push_back(it->path());
     }
-    closedir(dir);
-    std::sort(names.begin(), names.end());
-    for (const std::string& name : names) {
-        if (!collect(path + "/" + name, files)) return false;
+    if (error) return false;
+    std::sort(entries.begin(), entries.end());
+    for (const fs::path& entry : entries) {
+        if (!collect(entry, files)) return false;
     }
     return true;
 }
