@@ -5,14 +5,15 @@
 // loader's 1024-byte read bounds the depth: a file of 1024 '[' or '{' is the
 // deepest it can see. Hosts load the plug-in on threads of their own, so
 // that depth must fit a small thread stack: the loader runs here on a thread
-// with 256 KiB of stack and a guard page below it, and the stack is painted
-// first so that a failure says how much was used.
+// with 256 KiB of stack and a guard page below it, where an overflow ends the
+// test program. The stack is painted first: what was used is recorded as a
+// test property, and must show that the parse went through every level.
 //
-// AddressSanitizer puts redzones around every frame: a level took 229 bytes
-// in the optimised build and 984 in the sanitizer build when this was
-// written (1024 levels: 229 KiB and 985 KiB). So the sanitizer build runs
-// on a stack kSanitizerStackFactor times as large; the optimised build,
-// which is what hosts load, is held to 256 KiB itself.
+// Measured when this was written, 1024 levels took 229 KiB in the
+// optimised x86-64 build, 246 KiB on arm64 and 149 KiB on 32-bit ARM: the
+// optimised builds, which hosts load, are held to 256 KiB itself.
+// AddressSanitizer puts redzones around every frame (985 KiB here), so the
+// sanitizer build runs on a stack kSanitizerStackFactor times as large.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/mman.h>
@@ -136,7 +137,6 @@ TEST_F(JsonNestingStack, DeepestUnclosedNestingFailsCleanlyOnASmallStack) {
         for (int i = 0; i < 9; ++i) EXPECT_EQ(matrix[i], 7.0);
         // Each level is at least one call: a return address, 16-byte aligned.
         EXPECT_GE(used, kDeepest * 16) << "the parse did not recurse through every level";
-        EXPECT_LT(used, kStack) << text.substr(0, 2);
         RecordProperty("stack_bytes_" + text.substr(0, 2), std::to_string(used));
     }
 }
