@@ -248,12 +248,14 @@ bool parse_timestamp_ns(std::string_view text, int exponent, int64_t* ns) {
     }
     if (static_cast<long>(digits.size()) + shift > 19) return false;
     digits.append(static_cast<size_t>(shift), '0');
-    unsigned __int128 v = 0;
+    // At most 19 digits, rounded up at most to 10^19: 64 unsigned bits hold
+    // it (32-bit ARM has no 128-bit integer).
+    uint64_t v = 0;
     for (char c : digits) v = v * 10 + static_cast<unsigned>(c - '0');
     v += round_up;
-    const unsigned __int128 limit = static_cast<unsigned __int128>(INT64_MAX) + (negative ? 1 : 0);
+    const uint64_t limit = static_cast<uint64_t>(INT64_MAX) + (negative ? 1 : 0);
     if (v > limit) return false;
-    *ns = negative ? static_cast<int64_t>(-static_cast<__int128>(v)) : static_cast<int64_t>(v);
+    *ns = !negative ? static_cast<int64_t>(v) : v == 0 ? 0 : -static_cast<int64_t>(v - 1) - 1;
     return true;
 }
 
