@@ -3,20 +3,25 @@
 # Copyright 2026 The magcal Authors
 #
 # Installs from Debian what building and testing magcal needs and the machine
-# lacks; with --cross also the arm64 and armhf cross compilers and qemu-user.
-# Does nothing (and needs no network) when everything is there. Needs root or
-# sudo to install.
+# lacks; with --cross also the arm64 and armhf cross compilers and qemu-user;
+# with --fuzz also clang and its libFuzzer runtime (the fuzz preset). Does
+# nothing (and needs no network) when everything is there. Needs root or sudo
+# to install.
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev zlib1g-dev python3-numpy
           python3-matplotlib python3-dev python3-pybind11 pybind11-dev python3-pytest
           python3-setuptools python3-pip python3-wheel)
-if [ "${1:-}" = --cross ]; then
-    packages+=(g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user)
-elif [ $# -gt 0 ]; then
-    echo "usage: $0 [--cross]" >&2
-    exit 2
-fi
+for option in "$@"; do
+    case "$option" in
+        --cross) packages+=(g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user) ;;
+        --fuzz) packages+=(clang libclang-rt-dev) ;;
+        *)
+            echo "usage: $0 [--cross] [--fuzz]" >&2
+            exit 2
+            ;;
+    esac
+done
 
 missing=()
 for p in "${packages[@]}"; do

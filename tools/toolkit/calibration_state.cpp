@@ -38,6 +38,9 @@ SavedCalibration read_calibration_state(const std::string& path) {
         if (is_comment_or_blank(text)) continue;
         const std::string where = location(in.name(), in.number());
         const std::vector<std::string> w = words(std::string(text));
+        // A form feed or vertical tab is no blank to the line check but
+        // separates words here: a line of them holds no word at all.
+        if (w.empty()) continue;
         bool* seen = nullptr;
         if (w[0] == "offset") {
             expect_count(w, 4, where);

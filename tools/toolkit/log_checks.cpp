@@ -38,6 +38,14 @@ double length(const std::array<float, 3>& v) {
     return std::sqrt(x * x + y * y + z * z);
 }
 
+// later - earlier [ns], clamped to the 64-bit range: a log may hold any two
+// timestamps, and their difference need not fit.
+int64_t time_between(int64_t later, int64_t earlier) {
+    int64_t d;
+    if (!__builtin_sub_overflow(later, earlier, &d)) return d;
+    return later > earlier ? INT64_MAX : INT64_MIN;
+}
+
 bool finite(const std::array<float, 3>& v) {
     return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]);
 }
@@ -62,11 +70,15 @@ std::optional<int64_t> median_period(const std::vector<LogRecord>& records, Sens
     std::optional<int64_t> last;
     for (const LogRecord& r : records) {
         if (r.sensor != sensor) continue;
-        if (last && r.t_ns > *last) steps.push_back(static_cast<double>(r.t_ns - *last));
+        if (last && r.t_ns > *last) {
+            steps.push_back(static_cast<double>(time_between(r.t_ns, *last)));
+        }
         last = r.t_ns;
     }
     if (steps.empty()) return std::nullopt;
-    return static_cast<int64_t>(median(&steps));
+    // INT64_MAX as a double rounds up to 2^63, which no int64 holds.
+    const double m = median(&steps);
+    return m >= 9223372036854775807.0 ? INT64_MAX : static_cast<int64_t>(m);
 }
 
 class Checker {
@@ -172,7 +184,7 @@ class Checker {
             const LogRecord& r = records_[i];
             if (r.sensor != Sensor::Mag) continue;
             if (last && r.t_ns > *last) {
-                const int64_t step = r.t_ns - *last;
+                const int64_t step = time_between(r.t_ns, *last);
                 if (step < kPeriodMin || step > kPeriodMax) {
                     if (count++ == 0) first = i;
                 }
@@ -196,7 +208,11 @@ class Checker {
         }
         std::array<int64_t, 3> gap_limit{};
         for (int s = 0; s < 3; ++s) {
-            gap_limit[s] = std::max(kGapMin, period_[s] ? kGapPeriods * *period_[s] : 0);
+            int64_t periods = 0;
+            if (period_[s] && __builtin_mul_overflow(kGapPeriods, *period_[s], &periods)) {
+                periods = INT64_MAX;
+            }
+            gap_limit[s] = std::max(kGapMin, periods);
         }
         std::array<std::optional<size_t>, 3> last;  // index of each sensor's last record
         std::array<bool, 3> in_gap{};
@@ -206,10 +222,10 @@ class Checker {
         std::string gap_detail;
         for (size_t i = 0; i < records_.size(); ++i) {
             const LogRecord& r = records_[i];
-            if (i > 0 && r.t_ns < newest - tolerance) {
+            if (i > 0 && time_between(newest, r.t_ns) > tolerance) {
                 if (back_count++ == 0) {
                     back_first = i;
-                    back_by = newest - r.t_ns;
+                    back_by = time_between(newest, r.t_ns);
                     back_after_ = newest_index;
                 }
             }
@@ -220,7 +236,7 @@ class Checker {
             const int me = index_of(r.sensor);
             for (int s = 0; s < 3; ++s) {
                 if (s == me || !last[s]) continue;
-                const int64_t silent = r.t_ns - records_[*last[s]].t_ns;
+                const int64_t silent = time_between(r.t_ns, records_[*last[s]].t_ns);
                 if (silent <= gap_limit[s] || in_gap[s]) continue;
                 in_gap[s] = true;
                 if (gap_count++ == 0) {

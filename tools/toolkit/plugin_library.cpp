@@ -78,6 +78,8 @@ std::string library_beside_executable(const std::string& file, const std::string
     std::string dir(exe);
     dir.erase(dir.rfind('/') + 1);
     struct stat st;
+    // The build tree keeps the library one level up; an installed tool finds
+    // it in the library directory of its own prefix.
     for (const std::string& candidate :
          {dir + "../" + file, dir + MAGCAL_LIBDIR_FROM_BINDIR "/" + installed}) {
         if (stat(candidate.c_str(), &st) != 0) continue;

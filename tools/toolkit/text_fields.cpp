@@ -6,7 +6,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "tool_errors.h"
 
@@ -34,7 +33,8 @@ class Terminated {
   public:
     explicit Terminated(std::string_view text) : size_(text.size()) {
         if (size_ < sizeof small_) {
-            std::memcpy(small_, text.data(), size_);
+            // copy, not memcpy: an empty view may have no data pointer at all.
+            text.copy(small_, size_);
             small_[size_] = '\0';
         } else {
             large_.assign(text);
