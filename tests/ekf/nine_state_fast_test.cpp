@@ -16,6 +16,7 @@
 #include "ekf/nine_state_step.h"
 #include "magcal/magcal_algorithms.h"
 #include "matrix/fast_path.h"
+#include "support/differential.h"
 #include "support/library_reset.h"
 #include "support/value_source.h"
 
@@ -23,6 +24,7 @@ namespace {
 
 using magcal::ekf::g_nine_state;
 using magcal::ekf::NineStateFilter;
+using magcal_test::fill_matrix;
 using magcal_test::same_bits;
 using magcal_test::ValueSource;
 
@@ -56,63 +58,32 @@ bool same_outcome(const Outcome& a, const Outcome& b) {
            same_bits(a.bias_corr, b.bias_corr, 3) && same_carried_state(a.state, b.state);
 }
 
-Outcome run_plain(const Inputs& in) {
+Outcome run(const Inputs& in) {
     Outcome out;
     std::copy(in.q, in.q + 4, out.q);
-    magcal::ekf::nine_state_step_plain(out.q, out.mag_corr, out.bias_corr, in.mag, in.acc, in.gyro,
-                                       in.gyro_prev, in.dt);
+    QvGyroCal_9_states(out.q, out.mag_corr, out.bias_corr, in.mag, in.acc, in.gyro, in.gyro_prev,
+                       in.dt);
     out.state = g_nine_state;
     return out;
 }
 
-// The specialised step with the given lane width, or, where it declines, the
-// plain one after checking that the specialised step left everything as it
-// was.
-Outcome run_fast_lanes(const Inputs& in, bool wide, bool* taken) {
-    magcal::set_wide_lanes_enabled(wide);
-    Outcome out;
-    std::copy(in.q, in.q + 4, out.q);
-    const Outcome untouched = out;
-    const NineStateFilter before = g_nine_state;
-    *taken = magcal::ekf::nine_state_step_fast(out.q, out.mag_corr, out.bias_corr, in.mag, in.acc,
-                                               in.gyro, in.gyro_prev, in.dt);
-    magcal::set_wide_lanes_enabled(true);
-    if (!*taken) {
-        EXPECT_TRUE(
-            same_bits(out.q, untouched.q, 4) && same_bits(out.mag_corr, untouched.mag_corr, 3) &&
-            same_bits(out.bias_corr, untouched.bias_corr, 3) && same_bits(g_nine_state, before))
-            << "a declined step changed something";
-        return run_plain(in);
-    }
-    out.state = g_nine_state;
-    return out;
-}
-
-// The specialised step in two lanes and, where the processor has them, in
-// four: both must agree on whether they run and on every bit.
-Outcome run_fast(const Inputs& in, bool* taken) {
-    const NineStateFilter start = g_nine_state;
-    const Outcome narrow = run_fast_lanes(in, false, taken);
-    if (magcal::wide_lanes_available()) {
-        g_nine_state = start;
-        bool wide_taken = false;
-        const Outcome wide = run_fast_lanes(in, true, &wide_taken);
-        EXPECT_EQ(wide_taken, *taken);
-        EXPECT_TRUE(same_outcome(wide, narrow)) << "four lanes and two differ";
-    }
-    return narrow;
-}
-
-// Runs both forms from the current state; leaves the plain result as the
-// state and returns whether the specialised form was taken.
+// Leaves the plain result as the state; returns whether the specialised form
+// ran. A declined step must leave the caller's arrays as they were too.
 bool step_both(const Inputs& in, const char* what) {
-    const NineStateFilter start = g_nine_state;
-    bool taken = false;
-    const Outcome fast = run_fast(in, &taken);
-    g_nine_state = start;
-    const Outcome plain = run_plain(in);
-    EXPECT_TRUE(same_outcome(fast, plain)) << what << (taken ? " (specialised)" : " (declined)");
-    return taken;
+    const auto kernel = [&] {
+        Outcome out;
+        std::copy(in.q, in.q + 4, out.q);
+        const Outcome untouched = out;
+        const bool taken = magcal::ekf::nine_state_step_fast(
+            out.q, out.mag_corr, out.bias_corr, in.mag, in.acc, in.gyro, in.gyro_prev, in.dt);
+        EXPECT_TRUE(taken || (same_bits(out.q, untouched.q, 4) &&
+                              same_bits(out.mag_corr, untouched.mag_corr, 3) &&
+                              same_bits(out.bias_corr, untouched.bias_corr, 3)))
+            << what << ": a declined step wrote its outputs";
+        return taken;
+    };
+    return magcal_test::step_both_paths(
+        g_nine_state, [&] { return run(in); }, kernel, same_outcome, what);
 }
 
 // A plausible sample: a unit quaternion, a device near rest or turning, acc
@@ -135,8 +106,7 @@ Inputs plausible(ValueSource& src) {
         src.fill(in.acc, 3, -12.0, 12.0);
     }
     src.fill(in.mag, 3, -80.0, 80.0);
-    const double steps[] = {0.0, 0.004000000189989805, 0.01, 0.02, 0.25};
-    in.dt = src.chance(0.5) ? steps[src.index(5)] : src.uniform(0.004, 0.25);
+    in.dt = magcal_test::plausible_dt(src);
     return in;
 }
 
@@ -231,20 +201,18 @@ TEST_F(NineStateFast, ZeroVectorsAndExtremeSteps) {
     }
 }
 
-TEST_F(NineStateFast, PoisonedCovarianceKeepsThePlainPathUntilReinitialised) {
+TEST_F(NineStateFast, StatesTheKernelCannotTakeKeepThePlainPath) {
     ValueSource src(5);
+    // A poisoned covariance, until the filter is initialised again.
     g_nine_state.ns_P.data[3][3] = std::numeric_limits<double>::infinity();
     for (int k = 0; k < 20; ++k) EXPECT_FALSE(step_both(plausible(src), "poisoned"));
     QvGyroCal_9_states_init(kDriverConfig);
     EXPECT_TRUE(step_both(plausible(src), "after init"));
-}
-
-TEST_F(NineStateFast, OverflowInsideTheStepFallsBack) {
-    // Finite operands whose products overflow: the step must notice and decline.
-    ValueSource src(3);
-    for (int i = 0; i < 9; ++i)
-        for (int j = 0; j < 9; ++j) g_nine_state.ns_P.data[i][j] = 1e307;
+    // Finite operands whose products overflow: the step must notice.
+    fill_matrix(&g_nine_state.ns_P, 1e307);
     EXPECT_FALSE(step_both(plausible(src), "overflowing covariance"));
+    magcal_test::reset_library_state();  // zero-shaped records
+    EXPECT_FALSE(step_both(plausible(src), "uninitialised"));
 }
 
 TEST_F(NineStateFast, SingularInnovationCovarianceKeepsThePartialInverse) {
@@ -256,39 +224,30 @@ TEST_F(NineStateFast, SingularInnovationCovarianceKeepsThePartialInverse) {
     const NineStateFilter start = g_nine_state;
     for (double lambda : {0.0, 1.0}) {
         g_nine_state = start;
-        for (auto& row : g_nine_state.ns_P.data)
-            for (double& v : row) v = 0.0;
+        fill_matrix(&g_nine_state.ns_P, 0.0);
         g_nine_state.ns_P.data[6][6] = 1.0;
-        for (auto& row : g_nine_state.ns_R.data)
-            for (double& v : row) v = 0.0;
+        fill_matrix(&g_nine_state.ns_R, 0.0);
         g_nine_state.ns_lambda = lambda;
         Inputs in = plausible(src);
         in.dt = 0.0;
-        const NineStateFilter singular = g_nine_state;
-        EXPECT_NE(run_plain(in).state.ns_P.data[6][6], 1.0);  // the gain did reach P
-        g_nine_state = singular;
         EXPECT_TRUE(step_both(in, "singular S"));
+        EXPECT_NE(g_nine_state.ns_P.data[6][6], 1.0);  // the gain did reach P
     }
 }
 
-TEST_F(NineStateFast, UninitialisedShapesAndSharedStorageTakeThePlainPath) {
-    magcal_test::reset_library_state();  // zero-shaped records
+TEST_F(NineStateFast, QSharingStorageWithTheFieldTakesThePlainPath) {
+    // The plain step reads mag after writing q.
     ValueSource src(8);
-    EXPECT_FALSE(step_both(plausible(src), "uninitialised"));
-
-    QvGyroCal_9_states_init(kDriverConfig);
-    // q shares storage with mag, which the plain step reads after writing q.
     Inputs in = plausible(src);
     double buffer[7] = {in.q[0], in.q[1], in.q[2], in.q[3], 10.0, -20.0, 30.0};
     double again[7];
     std::copy(buffer, buffer + 7, again);
     const NineStateFilter start = g_nine_state;
-    double corr[6];
+    double corr[6], corr_again[6];
     magcal::ekf::nine_state_step_plain(buffer, corr, corr + 3, buffer + 3, in.acc, in.gyro,
                                        in.gyro_prev, in.dt);
     const NineStateFilter expected_state = g_nine_state;
     g_nine_state = start;
-    double corr_again[6];
     QvGyroCal_9_states(again, corr_again, corr_again + 3, again + 3, in.acc, in.gyro, in.gyro_prev,
                        in.dt);
     EXPECT_TRUE(same_bits(buffer, again, 7));
@@ -300,23 +259,20 @@ TEST_F(NineStateFast, ScratchMatricesAreWrittenBeforeTheyAreRead) {
     ValueSource src(21);
     for (int k = 0; k < 30; ++k) step_both(plausible(src), "warm-up");
     const NineStateFilter clean = g_nine_state;
+    magcal::set_fast_path_enabled(false);
     for (int k = 0; k < 20; ++k) {
         const Inputs in = plausible(src);
         g_nine_state = clean;
-        const Outcome reference = run_plain(in);
+        const Outcome reference = run(in);
         g_nine_state = clean;
-        for (Matrix9* m :
-             {&g_nine_state.ns_T1, &g_nine_state.ns_T2, &g_nine_state.ns_T3, &g_nine_state.ns_T4,
-              &g_nine_state.ns_T5, &g_nine_state.ns_F, &g_nine_state.ns_H, &g_nine_state.ns_M,
-              &g_nine_state.ns_Phi, &g_nine_state.ns_Qd, &g_nine_state.ns_K}) {
-            m->rows = 1 + k % 9;
-            m->cols = 9 - k % 9;
-            for (auto& row : m->data)
-                for (double& v : row) v = std::numeric_limits<double>::quiet_NaN();
-        }
-        g_nine_state.ns_norm = std::numeric_limits<double>::infinity();
-        EXPECT_TRUE(same_outcome(reference, run_plain(in)));
+        NineStateFilter& f = g_nine_state;
+        for (Matrix9* m : {&f.ns_T1, &f.ns_T2, &f.ns_T3, &f.ns_T4, &f.ns_T5, &f.ns_F, &f.ns_H,
+                           &f.ns_M, &f.ns_Phi, &f.ns_Qd, &f.ns_K})
+            fill_matrix(m, std::numeric_limits<double>::quiet_NaN(), 1 + k % 9, 9 - k % 9);
+        f.ns_norm = std::numeric_limits<double>::infinity();
+        EXPECT_TRUE(same_outcome(reference, run(in)));
     }
+    magcal::set_fast_path_enabled(true);
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "offset/offset_kalman_step.h"
 #include "offset/sphere_fit_state.h"
 #include "offset/sphere_fit_step.h"
+#include "support/differential.h"
 #include "support/library_reset.h"
 #include "support/value_source.h"
 
@@ -25,6 +26,7 @@ using magcal::offset::g_offset_kalman;
 using magcal::offset::g_sphere_fit;
 using magcal::offset::OffsetKalmanState;
 using magcal::offset::SphereFitState;
+using magcal_test::fill_matrix;
 using magcal_test::same_bits;
 using magcal_test::ValueSource;
 
@@ -45,46 +47,27 @@ struct KalmanOutcome {
     OffsetKalmanState state;
 };
 
-bool same_kalman_state(const OffsetKalmanState& a, const OffsetKalmanState& b) {
-    return same_bits(a.kf_xf, b.kf_xf) && same_bits(a.kf_Pf, b.kf_Pf) &&
-           same_bits(a.kf_Pf0, b.kf_Pf0) && same_bits(a.kf_Qf, b.kf_Qf) &&
-           same_bits(a.kf_Qf0, b.kf_Qf0) && same_bits(a.kf_Rf, b.kf_Rf);
+bool same_kalman(const KalmanOutcome& a, const KalmanOutcome& b) {
+    const OffsetKalmanState &s = a.state, &t = b.state;
+    return same_bits(a.offset, b.offset, 3) && same_bits(a.radius, b.radius) &&
+           same_bits(s.kf_xf, t.kf_xf) && same_bits(s.kf_Pf, t.kf_Pf) &&
+           same_bits(s.kf_Pf0, t.kf_Pf0) && same_bits(s.kf_Qf, t.kf_Qf) &&
+           same_bits(s.kf_Qf0, t.kf_Qf0) && same_bits(s.kf_Rf, t.kf_Rf);
 }
 
-KalmanOutcome run_kalman(const KalmanInputs& in, bool fast) {
-    magcal::set_fast_path_enabled(fast);
+KalmanOutcome run_kalman(const KalmanInputs& in) {
     KalmanOutcome out;
     func_Offset_Calibration_KF_v4(in.mag, in.gyro, out.offset, &out.radius, in.dt);
     out.state = g_offset_kalman;
-    magcal::set_fast_path_enabled(true);
     return out;
 }
 
-// Runs both forms from the current state, leaves the plain result as the
-// state and returns whether the specialised form was taken.
-// The specialised form runs in two lanes and, where the processor has them,
-// in four.
+// Leaves the plain result as the state; returns whether the specialised form ran.
 bool kalman_both(const KalmanInputs& in, const char* what) {
-    const OffsetKalmanState start = g_offset_kalman;
-    const bool taken = magcal::offset::offset_kalman_step_fast(in.mag, in.gyro, in.dt);
-    if (!taken) {
-        EXPECT_TRUE(same_bits(start, g_offset_kalman)) << "a declined step changed something";
-    }
-    g_offset_kalman = start;
-    const KalmanOutcome plain = run_kalman(in, false);
-    for (const bool wide : {false, true}) {
-        if (wide && !magcal::wide_lanes_available()) break;
-        magcal::set_wide_lanes_enabled(wide);
-        g_offset_kalman = start;
-        const KalmanOutcome fast = run_kalman(in, true);
-        magcal::set_wide_lanes_enabled(true);
-        EXPECT_TRUE(same_bits(fast.offset, plain.offset, 3) &&
-                    same_bits(fast.radius, plain.radius) &&
-                    same_kalman_state(fast.state, plain.state))
-            << what << (taken ? " (specialised" : " (declined") << (wide ? ", four lanes)" : ")");
-    }
-    g_offset_kalman = plain.state;
-    return taken;
+    return magcal_test::step_both_paths(
+        g_offset_kalman, [&] { return run_kalman(in); },
+        [&] { return magcal::offset::offset_kalman_step_fast(in.mag, in.gyro, in.dt); },
+        same_kalman, what);
 }
 
 KalmanInputs plausible_kalman(ValueSource& src) {
@@ -92,8 +75,7 @@ KalmanInputs plausible_kalman(ValueSource& src) {
     src.fill(in.mag, 3, -80.0, 80.0);
     src.fill(in.gyro, 3, -4.0, 4.0);
     if (src.chance(0.1)) in.gyro[0] = in.gyro[1] = in.gyro[2] = 0.0;
-    const double steps[] = {0.0, 0.004000000189989805, 0.01, 0.02, 0.25};
-    in.dt = src.chance(0.5) ? steps[src.index(5)] : src.uniform(0.004, 0.25);
+    in.dt = magcal_test::plausible_dt(src);
     return in;
 }
 
@@ -126,19 +108,18 @@ TEST_F(OffsetKalmanFast, EverySpecialValueInEveryInputAndStateSlot) {
     for (int k = 0; k < 40; ++k) kalman_both(plausible_kalman(src), "warm-up");
     const OffsetKalmanState warm = g_offset_kalman;
     const KalmanInputs base = plausible_kalman(src);
-    int declined = 0;
-    int cases = 0;
+    int declined = 0, cases = 0;
     for (double special : magcal_test::kSpecialValues) {
         for (int slot = 0; slot < 17; ++slot, ++cases) {
             g_offset_kalman = warm;
             KalmanInputs in = base;
             OffsetKalmanState& st = g_offset_kalman;
-            double* const slots[] = {&in.mag[0],
-                                     &in.mag[1],
-                                     &in.mag[2],
-                                     &in.gyro[0],
-                                     &in.gyro[1],
-                                     &in.gyro[2],
+            double* const slots[] = {in.mag,
+                                     in.mag + 1,
+                                     in.mag + 2,
+                                     in.gyro,
+                                     in.gyro + 1,
+                                     in.gyro + 2,
                                      &in.dt,
                                      &st.kf_xf.data[0][0],
                                      &st.kf_xf.data[4][0],
@@ -159,50 +140,43 @@ TEST_F(OffsetKalmanFast, EverySpecialValueInEveryInputAndStateSlot) {
     EXPECT_LT(declined, cases);
 }
 
-TEST_F(OffsetKalmanFast, SingularInnovationCovarianceAndUninitialisedShapes) {
+TEST_F(OffsetKalmanFast, SingularOverflowingAndUninitialisedStates) {
     // No covariance, no noise and a zero step: S is zero and its inverse
     // stops at the first pivot, leaving the identity.
     ValueSource src(23);
+    const OffsetKalmanState start = g_offset_kalman;
     for (auto* m : {&g_offset_kalman.kf_Pf, &g_offset_kalman.kf_Qf, &g_offset_kalman.kf_Rf})
-        for (auto& row : m->data)
-            for (double& v : row) v = 0.0;
+        fill_matrix(m, 0.0);
     KalmanInputs in = plausible_kalman(src);
     in.dt = 0.0;
     EXPECT_TRUE(kalman_both(in, "singular S"));
 
-    magcal_test::reset_library_state();  // zero-shaped records
-    EXPECT_FALSE(kalman_both(plausible_kalman(src), "uninitialised"));
-}
-
-TEST_F(OffsetKalmanFast, OverflowingStatePredictionFallsBack) {
     // Finite state whose prediction overflows: R m + (I - R) b with every
     // element 1.5e308 and a 45 degree turn. The plain H x then meets 0 * inf.
+    g_offset_kalman = start;
     for (int i = 0; i < 6; ++i) g_offset_kalman.kf_xf.data[i][0] = 1.5e308;
-    const KalmanInputs in = {{10.0, 20.0, 30.0}, {0.0, 0.0, 3.14159}, 0.25};
-    EXPECT_FALSE(kalman_both(in, "overflowing prediction"));
+    EXPECT_FALSE(kalman_both({{10.0, 20.0, 30.0}, {0.0, 0.0, 3.14159}, 0.25}, "overflow"));
+
+    magcal_test::reset_library_state();  // zero-shaped records
+    EXPECT_FALSE(kalman_both(plausible_kalman(src), "uninitialised"));
 }
 
 TEST_F(OffsetKalmanFast, WorkRecordsAreWrittenBeforeTheyAreRead) {
     ValueSource src(29);
     for (int k = 0; k < 20; ++k) kalman_both(plausible_kalman(src), "warm-up");
     const OffsetKalmanState clean = g_offset_kalman;
+    magcal::set_fast_path_enabled(false);
     for (int k = 0; k < 10; ++k) {
         const KalmanInputs in = plausible_kalman(src);
         g_offset_kalman = clean;
-        const KalmanOutcome reference = run_kalman(in, false);
+        const KalmanOutcome reference = run_kalman(in);
         g_offset_kalman = clean;
         for (Matrix6* m : {&g_offset_kalman.work_a, &g_offset_kalman.work_b,
-                           &g_offset_kalman.work_c, &g_offset_kalman.work_d}) {
-            m->rows = 1 + k % 6;
-            m->cols = 6 - k % 6;
-            for (auto& row : m->data)
-                for (double& v : row) v = kNaN;
-        }
-        const KalmanOutcome poisoned = run_kalman(in, false);
-        EXPECT_TRUE(same_bits(reference.offset, poisoned.offset, 3) &&
-                    same_bits(reference.radius, poisoned.radius) &&
-                    same_kalman_state(reference.state, poisoned.state));
+                           &g_offset_kalman.work_c, &g_offset_kalman.work_d})
+            fill_matrix(m, kNaN, 1 + k % 6, 6 - k % 6);
+        EXPECT_TRUE(same_kalman(reference, run_kalman(in)));
     }
+    magcal::set_fast_path_enabled(true);
 }
 
 // ---------------------------------------------------------------------------
@@ -214,34 +188,24 @@ struct FitOutcome {
     SphereFitState state;
 };
 
-bool same_fit_state(const SphereFitState& a, const SphereFitState& b) {
-    return same_bits(a.rls_theta, b.rls_theta) && same_bits(a.rls_P, b.rls_P) &&
-           same_bits(a.rls_r, b.rls_r) && same_bits(a.rls_lambda, b.rls_lambda);
+bool same_fit(const FitOutcome& a, const FitOutcome& b) {
+    const SphereFitState &s = a.state, &t = b.state;
+    return same_bits(a.centre, b.centre, 3) && same_bits(a.radius, b.radius) &&
+           same_bits(s.rls_theta, t.rls_theta) && same_bits(s.rls_P, t.rls_P) &&
+           same_bits(s.rls_r, t.rls_r) && same_bits(s.rls_lambda, t.rls_lambda);
 }
 
-FitOutcome run_fit(const double mag[3], bool fast) {
-    magcal::set_fast_path_enabled(fast);
+FitOutcome run_fit(const double mag[3]) {
     FitOutcome out;
     QvGyroCal_RLS(out.centre, &out.radius, mag);
     out.state = g_sphere_fit;
-    magcal::set_fast_path_enabled(true);
     return out;
 }
 
 bool fit_both(const double mag[3], const char* what) {
-    const SphereFitState start = g_sphere_fit;
-    const bool taken = magcal::offset::sphere_fit_step_fast(mag);
-    if (!taken) {
-        EXPECT_TRUE(same_bits(start, g_sphere_fit)) << "a declined step changed something";
-    }
-    g_sphere_fit = start;
-    const FitOutcome fast = run_fit(mag, true);
-    g_sphere_fit = start;
-    const FitOutcome plain = run_fit(mag, false);
-    EXPECT_TRUE(same_bits(fast.centre, plain.centre, 3) && same_bits(fast.radius, plain.radius) &&
-                same_fit_state(fast.state, plain.state))
-        << what << (taken ? " (specialised)" : " (declined)");
-    return taken;
+    return magcal_test::step_both_paths(
+        g_sphere_fit, [&] { return run_fit(mag); },
+        [&] { return magcal::offset::sphere_fit_step_fast(mag); }, same_fit, what);
 }
 
 // A field sample on a sphere of radius 30-60 uT about a random centre, with noise.
@@ -292,9 +256,9 @@ TEST_F(SphereFitFast, EverySpecialValueInEveryInputAndStateSlot) {
             g_sphere_fit = warm;
             SphereFitState& st = g_sphere_fit;
             sphere_sample(src, centre, mag);
-            double* const slots[] = {&mag[0],
-                                     &mag[1],
-                                     &mag[2],
+            double* const slots[] = {mag,
+                                     mag + 1,
+                                     mag + 2,
                                      &st.rls_theta.data[3][0],
                                      &st.rls_P.data[0][0],
                                      &st.rls_P.data[1][3],
@@ -312,25 +276,20 @@ TEST_F(SphereFitFast, EverySpecialValueInEveryInputAndStateSlot) {
 
 TEST_F(SphereFitFast, ZeroInnovationVarianceUsesTheIdentityAndWorkRecordsAreScratch) {
     // With no covariance and no noise the 1x1 inverse meets a zero pivot.
-    for (auto& row : g_sphere_fit.rls_P.data)
-        for (double& v : row) v = 0.0;
+    fill_matrix(&g_sphere_fit.rls_P, 0.0);
     g_sphere_fit.rls_r = 0.0;
     const double mag[3] = {10.0, 20.0, -30.0};
     EXPECT_TRUE(fit_both(mag, "zero innovation variance"));
 
     QvGyroCal_RLS_init(&kConfig);
     const SphereFitState clean = g_sphere_fit;
-    const FitOutcome reference = run_fit(mag, false);
+    magcal::set_fast_path_enabled(false);
+    const FitOutcome reference = run_fit(mag);
     g_sphere_fit = clean;
-    for (Matrix6* m : {&g_sphere_fit.work_a, &g_sphere_fit.work_b, &g_sphere_fit.work_c}) {
-        m->rows = 5;
-        m->cols = 2;
-        for (auto& row : m->data)
-            for (double& v : row) v = kNaN;
-    }
-    const FitOutcome poisoned = run_fit(mag, false);
-    EXPECT_TRUE(same_bits(reference.centre, poisoned.centre, 3) &&
-                same_fit_state(reference.state, poisoned.state));
+    for (Matrix6* m : {&g_sphere_fit.work_a, &g_sphere_fit.work_b, &g_sphere_fit.work_c})
+        fill_matrix(m, kNaN, 5, 2);
+    EXPECT_TRUE(same_fit(reference, run_fit(mag)));
+    magcal::set_fast_path_enabled(true);
 }
 
 }  // namespace

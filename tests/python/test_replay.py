@@ -46,27 +46,19 @@ def session(tmp_path_factory, tool):
     return d
 
 
-def test_every_column_is_the_tools_bytes(session):
+def test_every_column_and_the_trace_are_the_tools_bytes(session):
     r = magcal.replay(log=magcal.read_log(session / "log.csv"),
                       truth=magcal.read_truth(session / "truth.csv"),
                       softiron=session / "soft.json", trace=True)
-    lines = tool_lines(session / "results.csv")
-    assert lines[0] == ",".join(r.column_names)
-    mine = formatted(r.columns, r.column_names)
-    assert len(mine) == len(lines) - 1 == 1000
-    differing = [i for i, (a, b) in enumerate(zip(mine, lines[1:])) if a != b]
-    assert differing == [], "first differing row %d:\n%s\n%s" % (
-        differing[0], mine[differing[0]], lines[1 + differing[0]])
-
-
-def test_trace_is_the_tools_trace(session):
-    r = magcal.replay(log=magcal.read_log(session / "log.csv"),
-                      softiron=session / "soft.json", trace=True)
-    lines = tool_lines(session / "trace.csv")
-    names = lines[0].split(",")
-    assert names == list(r.trace)
-    mine = formatted(r.trace, names)
-    assert mine == lines[1:]
+    for path, names, columns in (("results.csv", r.column_names, r.columns),
+                                 ("trace.csv", list(r.trace), r.trace)):
+        lines = tool_lines(session / path)
+        assert lines[0] == ",".join(names)
+        mine = formatted(columns, names)
+        assert len(mine) == len(lines) - 1 == 1000
+        differing = [i for i, (a, b) in enumerate(zip(mine, lines[1:])) if a != b]
+        assert differing == [], "%s: first differing row %d:\n%s\n%s" % (
+            path, differing[0], mine[differing[0]], lines[1 + differing[0]])
     # The same messages from the arrays, from the tool's file and in the replay.
     assert magcal.why(r.trace) == r.why == magcal.why(session / "trace.csv")
 

@@ -45,113 +45,67 @@ WhyMessage stretch_of(const std::vector<TraceRow>& rows) {
     return WhyMessage{};
 }
 
-std::vector<TraceRow> held(int accuracy, void (*set)(MagcalDecisionSnapshot&),
-                           double seconds = 2.0) {
-    std::vector<TraceRow> rows;
-    for (double t = 0.0; t <= seconds + 1e-9; t += 0.02) {
-        rows.push_back(row(t, accuracy));
-        set(rows.back().decision);
+TEST(AccuracyWhy, EachLevelNamesTheFirstConditionItMisses) {
+    using D = MagcalDecisionSnapshot;
+    const struct {
+        int accuracy;
+        void (*set)(D&);
+        WhyRule rule;
+        const char* phrase;
+    } cases[] = {
+        // Hold-offs and strong fields come before everything else.
+        {0, [](D& d) { d.range_hold = 12; }, WhyRule::SwingHold, ""},
+        // Horizontal part of mag - offset: (160, 20) -> 161 uT; weak too.
+        {1, [](D& d) { d.mag[0] = 160.0, d.radius = 10.0; }, WhyRule::StrongField, "161.2 uT"},
+        {0, [](D&) {}, WhyRule::NoRotation, ""},
+        // A turn seen: then the 6 uT tracker (needs 15 / 2 = 7 samples at 20 ms).
+        {0, [](D& d) { d.turn_z = 1, d.in6 = 6; }, WhyRule::RadiusUnsteady,
+         "within 6.0 uT for 0.14 s"},
+        {1, [](D& d) { d.radius = 20.0; }, WhyRule::WeakField, ""},
+        // Accuracy 2 needs x and y within 10 uT of the sphere centre ...
+        {1, [](D& d) { d.offset_est[1] = 12.5, d.moving = 0; }, WhyRule::SphereApart,
+         "12.5 uT apart on y (accuracy 2 needs less than 10 uT): the sphere fit learns only "
+         "while the device is judged moving"},
+        // ... unless a tilted turn was seen; z does not count at that step.
+        {1,
+         [](D& d) { d.offset_est[1] = 12.5, d.offset_est[2] = 40.0, d.tilt_turn = 1, d.in35 = 2; },
+         WhyRule::RadiusUnsteady, ""},
+        // Accuracy 3 needs two axes' turn counters done (or seven faces, or
+        // turned over): with z done and the four faces seen, x or y is missing.
+        {2,
+         [](D& d) {
+             d.turn_cnt_z = 1000, d.turn_cnt_x = 7, d.in3 = 20;
+             d.face_xp = d.face_xn = d.face_yp = d.face_yn = 1;
+         },
+         WhyRule::Coverage,
+         "accuracy 2 from 0.0 s to the end (2.0 s): turn the device about its x or y axis (or "
+         "tilt it once more towards three of its edges); the turn about z and the four faces are "
+         "done"},
+        {2, [](D& d) { d.face_yn = 1, d.in3 = 20; }, WhyRule::Coverage,
+         "about two of its axes, one at a time; the tilt towards -y is done"},
+        // Two counters done but not all round is not enough; all round, steadiness
+        // is next (2 * (15 / 3) = 10 samples at 20 ms).
+        {2, [](D& d) { d.turn_cnt_z = d.turn_cnt_y = 1000, d.in3 = 20; }, WhyRule::Coverage, ""},
+        {2, [](D& d) { d.turn_cnt_z = d.turn_cnt_y = 1000, d.all_round = 1, d.in3 = 3; },
+         WhyRule::RadiusUnsteady, "within 3.0 uT for 0.20 s"},
+        // The earth range is open at both ends.
+        {2, [](D& d) { d.turn_cnt_x = d.turn_cnt_z = 1000, d.all_round = 1, d.radius = 70.0; },
+         WhyRule::RadiusRange, ""},
+        // Accuracy 3 checks z too, against the tunable threshold.
+        {2,
+         [](D& d) { d.turn_cnt_x = d.turn_cnt_z = 1000, d.all_round = 1, d.rls_centre[2] = -15.0; },
+         WhyRule::SphereApart, "15.0 uT apart on z (accuracy 3 needs less than 15 uT)"},
+    };
+    for (const auto& c : cases) {
+        std::vector<TraceRow> rows;
+        for (double t = 0.0; t <= 2.0 + 1e-9; t += 0.02) {
+            rows.push_back(row(t, c.accuracy));
+            c.set(rows.back().decision);
+        }
+        const WhyMessage m = stretch_of(rows);
+        EXPECT_EQ(m.rule, c.rule) << c.phrase;
+        EXPECT_NE(m.text.find(c.phrase), std::string::npos) << m.text;
     }
-    return rows;
-}
-
-TEST(AccuracyWhy, CoverageNamesTheMissingAxesAndWhatIsDone) {
-    // Accuracy 3 needs two axes' turn counters done (or seven faces, or
-    // turned over): with z done and the four faces seen, x or y is missing.
-    const WhyMessage m = stretch_of(held(2, [](MagcalDecisionSnapshot& d) {
-        d.turn_cnt_z = 1000;
-        d.turn_cnt_x = 7;
-        d.face_xp = d.face_xn = d.face_yp = d.face_yn = 1;
-        d.in3 = 20;
-    }));
-    ASSERT_TRUE(m.rule.has_value());
-    EXPECT_EQ(*m.rule, WhyRule::Coverage);
-    EXPECT_NE(m.text.find("accuracy 2 from 0.0 s to the end (2.0 s): turn the device about its "
-                          "x or y axis"),
-              std::string::npos)
-        << m.text;
-    EXPECT_NE(m.text.find("; the turn about z and the four faces are done"), std::string::npos)
-        << m.text;
-
-    const WhyMessage none = stretch_of(held(2, [](MagcalDecisionSnapshot& d) {
-        d.face_yn = 1;
-        d.in3 = 20;
-    }));
-    EXPECT_NE(none.text.find("about two of its axes, one at a time; the tilt towards -y is done"),
-              std::string::npos)
-        << none.text;
-}
-
-TEST(AccuracyWhy, CoverageIsMetByTwoAxesOnlyWithAllRound) {
-    // Two counters done and all round: the next condition (steadiness) is named.
-    const WhyMessage m = stretch_of(held(2, [](MagcalDecisionSnapshot& d) {
-        d.turn_cnt_z = d.turn_cnt_y = 1000;
-        d.all_round = 1;
-        d.in3 = 3;  // 2 * (15 / 3) = 10 needed at 20 ms
-    }));
-    EXPECT_EQ(m.rule, WhyRule::RadiusUnsteady);
-    EXPECT_NE(m.text.find("within 3.0 uT for 0.20 s"), std::string::npos) << m.text;
-}
-
-TEST(AccuracyWhy, HoldOffsAndStrongFieldsComeBeforeEverythingElse) {
-    EXPECT_EQ(stretch_of(held(0, [](MagcalDecisionSnapshot& d) { d.range_hold = 12; })).rule,
-              WhyRule::SwingHold);
-    // Horizontal part of mag - offset: (160, 20) -> 161 uT.
-    const WhyMessage strong = stretch_of(held(1, [](MagcalDecisionSnapshot& d) {
-        d.mag[0] = 160.0;
-        d.radius = 10.0;  // would be a weak field too
-    }));
-    EXPECT_EQ(strong.rule, WhyRule::StrongField);
-    EXPECT_NE(strong.text.find("161.2 uT"), std::string::npos) << strong.text;
-}
-
-TEST(AccuracyWhy, EachLevelNamesItsOwnConditions) {
-    EXPECT_EQ(stretch_of(held(0, [](MagcalDecisionSnapshot&) {})).rule, WhyRule::NoRotation);
-    // A turn seen: then the 6 uT tracker (needs 15 / 2 = 7 samples at 20 ms).
-    const WhyMessage six = stretch_of(held(0, [](MagcalDecisionSnapshot& d) {
-        d.turn_z = 1;
-        d.in6 = 6;
-    }));
-    EXPECT_EQ(six.rule, WhyRule::RadiusUnsteady);
-    EXPECT_NE(six.text.find("within 6.0 uT for 0.14 s"), std::string::npos) << six.text;
-
-    EXPECT_EQ(stretch_of(held(1, [](MagcalDecisionSnapshot& d) { d.radius = 20.0; })).rule,
-              WhyRule::WeakField);
-    // Accuracy 2 needs x and y within 10 uT of the sphere centre ...
-    const WhyMessage apart = stretch_of(held(1, [](MagcalDecisionSnapshot& d) {
-        d.offset_est[1] = 12.5;
-        d.moving = 0;
-    }));
-    EXPECT_EQ(apart.rule, WhyRule::SphereApart);
-    EXPECT_NE(apart.text.find("12.5 uT apart on y"), std::string::npos) << apart.text;
-    EXPECT_NE(apart.text.find("only while the device is judged moving"), std::string::npos);
-    // ... unless a tilted turn was seen; z does not count at that step.
-    EXPECT_EQ(stretch_of(held(1,
-                              [](MagcalDecisionSnapshot& d) {
-                                  d.offset_est[1] = 12.5;
-                                  d.offset_est[2] = 40.0;
-                                  d.tilt_turn = 1;
-                                  d.in35 = 2;
-                              }))
-                  .rule,
-              WhyRule::RadiusUnsteady);
-
-    const WhyMessage range = stretch_of(held(2, [](MagcalDecisionSnapshot& d) {
-        d.turn_cnt_x = d.turn_cnt_z = 1000;
-        d.all_round = 1;
-        d.radius = 70.0;  // the earth range is open at both ends
-    }));
-    EXPECT_EQ(range.rule, WhyRule::RadiusRange);
-    // Accuracy 3 checks z too, against the tunable threshold.
-    const WhyMessage z = stretch_of(held(2, [](MagcalDecisionSnapshot& d) {
-        d.turn_cnt_x = d.turn_cnt_z = 1000;
-        d.all_round = 1;
-        d.rls_centre[2] = -15.0;
-    }));
-    EXPECT_EQ(z.rule, WhyRule::SphereApart);
-    EXPECT_NE(z.text.find("15.0 uT apart on z (accuracy 3 needs less than 15 uT)"),
-              std::string::npos)
-        << z.text;
 }
 
 TEST(AccuracyWhy, DropsAreToldApartByTheLossTestTheyMet) {

@@ -21,6 +21,7 @@ namespace {
 using namespace magcal::tool;
 using magcal::tooltest::ScratchDir;
 using magcal::tooltest::slurp;
+using magcal::tooltest::split;
 using magcal::tooltest::write_text;
 
 TEST(DecisionTrace, ColumnsCoverEverySnapshotFieldOnce) {
@@ -105,38 +106,32 @@ TEST(DecisionTrace, DamagedTracesNameFileAndLine) {
     const std::string path = dir.file("t.csv");
     std::FILE* f = std::fopen(path.c_str(), "w");
     write_trace_header(f);
-    TraceRow r;
-    write_trace_row(f, r);
+    write_trace_row(f, TraceRow{});
     std::fclose(f);
     const std::string good = slurp(path);
     const std::string header = good.substr(0, good.find('\n') + 1);
     const std::string row = good.substr(header.size());
-
-    write_text(path, "");
-    EXPECT_NE(error_of(path).find("no decision trace header"), std::string::npos);
-    write_text(path, "t_ns,t_s,processed,mag_x\n" + row);
-    EXPECT_NE(error_of(path).find(path + ":1: not a decision trace"), std::string::npos);
-    write_text(path, header + row + row.substr(0, row.rfind(',')) + "\n");
-    EXPECT_NE(error_of(path).find(path + ":3: "), std::string::npos) << error_of(path);
-    std::string bad = row;
-    bad.replace(bad.find(','), 1, ",x");  // t_s no longer a number
-    write_text(path, "# comment\n" + header + bad);
-    EXPECT_NE(error_of(path).find(path + ":3: field 't_s'"), std::string::npos) << error_of(path);
-    std::string four = row;
-    const size_t accuracy_at = good.substr(0, header.size()).find(",accuracy,");
-    ASSERT_NE(accuracy_at, std::string::npos);
-    size_t field = 0;
-    for (size_t i = 0; i <= accuracy_at; ++i) field += header[i] == ',';
-    size_t at = 0;
-    for (size_t k = 0; k < field; ++k) at = four.find(',', at) + 1;
-    four.replace(at, four.find(',', at) - at, "4");  // the library has no accuracy 4
-    write_text(path, header + row + four);
-    EXPECT_NE(error_of(path).find(path + ":3: field 'accuracy': not 0..3"), std::string::npos)
-        << error_of(path);
-    std::string two = row;
-    two[two.find(',', two.find(',') + 1) + 1] = '2';  // processed is a flag
-    write_text(path, header + two);
-    EXPECT_NE(error_of(path).find("'processed'"), std::string::npos) << error_of(path);
+    // The good row with one column's field replaced.
+    const auto with = [&](const std::string& column, const std::string& value) {
+        const std::vector<std::string> names = split(header.substr(0, header.size() - 1), ',');
+        std::vector<std::string> fields = split(row.substr(0, row.size() - 1), ',');
+        fields[std::find(names.begin(), names.end(), column) - names.begin()] = value;
+        std::string text;
+        for (const std::string& v : fields) text += (text.empty() ? "" : ",") + v;
+        return text + "\n";
+    };
+    const std::pair<std::string, std::string> cases[] = {
+        {"", ": empty: no decision trace header"},
+        {"t_ns,t_s,processed,mag_x\n" + row, ":1: not a decision trace"},
+        {header + row + row.substr(0, row.rfind(',')) + "\n", ":3: "},
+        {"# comment\n" + header + with("t_s", "x"), ":3: field 't_s'"},
+        {header + row + with("accuracy", "4"), ":3: field 'accuracy': not 0..3"},
+        {header + with("processed", "2"), ":2: field 'processed'"},
+    };
+    for (const auto& [text, message] : cases) {
+        write_text(path, text);
+        EXPECT_EQ(error_of(path).rfind(path + message, 0), 0u) << error_of(path);
+    }
 }
 
 }  // namespace

@@ -20,6 +20,7 @@ namespace {
 using magcal::sim::Sensor;
 using namespace magcal::tool;
 using magcal::tooltest::ScratchDir;
+using magcal::tooltest::split;
 using magcal::tooltest::write_text;
 
 TEST(LogConvert, TimestampsConvertExactlyFromEveryUnit) {
@@ -56,6 +57,13 @@ TEST(LogConvert, TimestampsConvertExactlyFromEveryUnit) {
 
 // A short simulated session written in foreign layouts must come back as
 // the same samples (to float precision after a unit conversion).
+std::string values(const magcal::sim::Sample& s, double scale, char separator) {
+    char buf[100];
+    std::snprintf(buf, sizeof buf, "%.9g%c%.9g%c%.9g", s.v[0] * scale, separator, s.v[1] * scale,
+                  separator, s.v[2] * scale);
+    return buf;
+}
+
 class Foreign : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -65,12 +73,16 @@ class Foreign : public ::testing::Test {
         samples_ = magcal::sim::simulate(c).samples;
     }
 
-    // Every sample of the session in the format `line` makes.
-    std::string lines(Sensor sensor,
-                      const std::function<std::string(const magcal::sim::Sample&)>& line) const {
+    // Every sample of `sensor` as a line: its values times `scale` and its
+    // time in milliseconds, first or last.
+    std::string lines(Sensor sensor, double scale, char separator, bool time_last) const {
         std::string text;
         for (const auto& s : samples_) {
-            if (s.sensor == sensor) text += line(s) + "\n";
+            if (s.sensor != sensor) continue;
+            char t[40];
+            std::snprintf(t, sizeof t, "%.6f", s.t_ns / 1e6);
+            text += time_last ? values(s, scale, separator) + separator + t + "\n"
+                              : t + (separator + values(s, scale, separator)) + "\n";
         }
         return text;
     }
@@ -94,33 +106,16 @@ class Foreign : public ::testing::Test {
     std::vector<magcal::sim::Sample> samples_;
 };
 
-std::string printed(const char* fmt, double a, double b, double c, double d) {
-    char buf[200];
-    std::snprintf(buf, sizeof buf, fmt, a, b, c, d);
-    return buf;
-}
-
 TEST_F(Foreign, PerSensorFilesInOtherUnitsSeparatorsAndEncodings) {
     // acc: ';' with decimal commas, a byte-order mark and a comment, in g;
     // gyro: tab-separated, no header, in deg/s; mag: gauss, compressed,
     // time in the last column. Time in fractional milliseconds throughout.
-    std::string acc =
-        "\xef\xbb\xbf# exported\ntime_ms;ax;ay;az\n" + lines(Sensor::Acc, [](const auto& s) {
-            return printed("%.6f;%.9g;%.9g;%.9g", s.t_ns / 1e6, s.v[0] / 9.80665, s.v[1] / 9.80665,
-                           s.v[2] / 9.80665);
-        });
+    std::string acc = "\xef\xbb\xbf# exported\ntime_ms;ax;ay;az\n" +
+                      lines(Sensor::Acc, 1.0 / 9.80665, ';', false);
     std::replace(acc.begin(), acc.end(), '.', ',');
     write_text(dir_.file("acc.csv"), acc);
-    write_text(dir_.file("gyro.tsv"), lines(Sensor::Gyro, [](const auto& s) {
-                   const double k = 180.0 / 3.141592653589793;
-                   return printed("%.6f\t%.9g\t%.9g\t%.9g", s.t_ns / 1e6, s.v[0] * k, s.v[1] * k,
-                                  s.v[2] * k);
-               }));
-    write_text(dir_.file("mag.csv"), "mx,my,mz,time\n" + lines(Sensor::Mag, [](const auto& s) {
-                                         return printed("%.9g,%.9g,%.9g,%.6f", s.v[0] / 100.0,
-                                                        s.v[1] / 100.0, s.v[2] / 100.0,
-                                                        s.t_ns / 1e6);
-                                     }));
+    write_text(dir_.file("gyro.tsv"), lines(Sensor::Gyro, 180.0 / 3.141592653589793, '\t', false));
+    write_text(dir_.file("mag.csv"), "mx,my,mz,time\n" + lines(Sensor::Mag, 0.01, ',', true));
     ASSERT_EQ(std::system(("gzip " + dir_.file("mag.csv")).c_str()), 0);
 
     ConvertOptions o;
@@ -160,7 +155,7 @@ TEST_F(Foreign, OneWideFileWithEmptyCellsWhereASensorHasNoSample) {
     std::string text = "t,ax,ay,az,gx,gy,gz,mx,my,mz,note\n";
     for (const auto& s : samples_) {
         std::string cells[3] = {",,", ",,", ",,"};
-        cells[static_cast<int>(s.sensor)] = printed("%.9g,%.9g,%.9g", s.v[0], s.v[1], s.v[2], 0);
+        cells[static_cast<int>(s.sensor)] = values(s, 1.0, ',');
         text +=
             std::to_string(s.t_ns) + "," + cells[0] + "," + cells[1] + "," + cells[2] + ",text\n";
     }
@@ -177,39 +172,31 @@ TEST_F(Foreign, OneWideFileWithEmptyCellsWhereASensorHasNoSample) {
 
 TEST(LogConvert, ErrorsNameFileLineAndWhatIsThere) {
     ScratchDir dir;
-    struct Case {
+    const struct {
         std::string text;
-        std::vector<std::string> columns;
-        std::string time;
-        std::string message;  // after the file name
-    };
-    const Case cases[] = {
-        {"t,x,y,z\n1,2,3,4\n",
-         {"x", "y", "q"},
-         "t",
+        const char* columns;  // "x,y,q"; "" for none
+        const char* time;
+        const char* message;  // after the file name
+    } cases[] = {
+        {"t,x,y,z\n1,2,3,4\n", "x,y,q", "t",
          ":1: no column named \"q\" (the header has \"t\", \"x\", \"y\", \"z\")"},
-        {"1,2,3,4\n",
-         {"x", "y", "z"},
-         "1",
-         ":1: no column named \"x\" (the file has no header line)"},
-        {"1,2,3,4\n", {"2", "3", "9"}, "1", ":1: no column 9: the line has 4 columns"},
-        {"1,2,3\n",
-         {},
-         "1",
+        {"1,2,3,4\n", "x,y,z", "1", ":1: no column named \"x\" (the file has no header line)"},
+        {"1,2,3,4\n", "2,3,9", "1", ":1: no column 9: the line has 4 columns"},
+        {"1,2,3\n", "", "1",
          ":1: mag: no column 4 after the time column: name the columns (--mag FILE:X,Y,Z)"},
-        {"t,x,y,z\n1,2,,4\n", {}, "t", ":2: field 'mag y': not a number: \"\""},
-        {"t,x,y,z\n,2,3,4\n", {}, "t", ":2: no timestamp in column 1"},
-        {"t,x,y,z\n12:00,2,3,4\n",
-         {},
-         "t",
+        {"t,x,y,z\n1,2,,4\n", "", "t", ":2: field 'mag y': not a number: \"\""},
+        {"t,x,y,z\n,2,3,4\n", "", "t", ":2: no timestamp in column 1"},
+        {"t,x,y,z\n12:00,2,3,4\n", "", "t",
          ":2: timestamp: not a number that fits in 64-bit nanoseconds: \"12:00\""},
-        {"\xff\xfet\0,\0", {}, "t", ":1: UTF-16 text; save the file as UTF-8 first"},
-        {"# only a comment\n", {}, "1", ": no data"},
+        {std::string("\xff\xfet\0,\0", 6), "", "t",
+         ":1: UTF-16 text; save the file as UTF-8 first"},
+        {"# only a comment\n", "", "1", ": no data"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         write_text(dir.file("in.csv"), c.text);
         ConvertOptions o;
-        o.sources = {{Sensor::Mag, dir.file("in.csv"), c.columns, 1.0}};
+        o.sources = {{Sensor::Mag, dir.file("in.csv"),
+                      *c.columns ? split(c.columns, ',') : std::vector<std::string>{}, 1.0}};
         o.time_column = c.time;
         try {
             convert_recordings(o);

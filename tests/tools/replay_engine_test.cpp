@@ -26,9 +26,10 @@ struct Rows : RowSink {
     void on_row(const ResultRow& row) override { rows.push_back(row); }
 };
 
-std::vector<LogRecord> figure8() {
+std::vector<LogRecord> simulated(magcal::sim::Scenario scenario, double seconds) {
     magcal::sim::Config c;
-    c.duration_s = 8.0;
+    c.scenario = scenario;
+    c.duration_s = seconds;
     std::vector<LogRecord> log;
     for (const auto& s : magcal::sim::simulate(c).samples)
         log.push_back({s.t_ns, s.sensor, s.v, 0, 0});
@@ -50,7 +51,7 @@ TEST(ReplayEngine, NonFiniteAccPoisonsTheSessionThroughInitLibUntilTheLibraryIsR
     magcal::tooltest::ScratchDir dir;
     const std::string copy = dir.file("libmagcal.so");  // private: nothing else holds it
     std::filesystem::copy_file(MAGCAL_PLUGIN_PATH, copy);
-    const std::vector<LogRecord> clean = figure8();
+    const std::vector<LogRecord> clean = simulated(magcal::sim::Scenario::Figure8, 8.0);
     std::vector<ResultRow> reference;
     {
         const PluginLibrary lib(copy);
@@ -105,16 +106,22 @@ TEST(ReplayEngine, MissingExportsAreNamedWhenTheSetupNeedsThem) {
     const PluginLibrary lib(dir.file("libmagcal.so"));
     LibraryBinding table_only;
     table_only.table = lib.binding().table;
-    const std::vector<LogRecord> log = figure8();
+    const std::vector<LogRecord> log = simulated(magcal::sim::Scenario::Figure8, 8.0);
     Rows sink;
-    ReplaySetup with_state;
+    ReplaySetup with_state, with_softiron, with_snapshots;
     with_state.restore = SavedCalibration{{1.0f, 2.0f, 3.0f}, 3, 45.0};
-    EXPECT_THROW(replay_session(table_only, with_state, log.data(), log.size(), sink),
-                 RuntimeFailure);
-    ReplaySetup with_softiron;
     with_softiron.softiron_path = dir.file("soft.json");
-    EXPECT_THROW(replay_session(table_only, with_softiron, log.data(), log.size(), sink),
-                 RuntimeFailure);
+    with_snapshots.decision_snapshots = true;
+    for (const ReplaySetup& setup : {with_state, with_softiron})
+        EXPECT_THROW(replay_session(table_only, setup, log.data(), log.size(), sink),
+                     RuntimeFailure);
+    // The plug-in hosts load has no snapshot: the trace library has.
+    try {
+        replay_session(lib.binding(), with_snapshots, log.data(), log.size(), sink);
+        ADD_FAILURE() << "no error";
+    } catch (const RuntimeFailure& e) {
+        EXPECT_NE(std::string(e.what()).find("libmagcal_trace.so"), std::string::npos);
+    }
     EXPECT_TRUE(sink.rows.empty());
     // Without the parameter-file reload the engine cannot tell, and says
     // identity, which is what a fresh library without the file holds.
@@ -127,28 +134,20 @@ TEST(ReplayEngine, MissingExportsAreNamedWhenTheSetupNeedsThem) {
 // the trace library with a snapshot after every sample against the plug-in,
 // on a simulated session with a magnet swing and on a real recording.
 TEST(ReplayEngine, DecisionSnapshotsChangeNoOutputBit) {
-    magcal::sim::Config c;
-    c.scenario = magcal::sim::Scenario::Magnet;
-    c.duration_s = 30.0;
-    std::vector<LogRecord> simulated;
-    for (const auto& smp : magcal::sim::simulate(c).samples)
-        simulated.push_back({smp.t_ns, smp.sensor, smp.v, 0, 0});
-    std::vector<const std::vector<LogRecord>*> logs{&simulated};
-    std::vector<LogRecord> real;
-    real = read_sensor_log(std::string(MAGCAL_DATA_DIR) +
-                           "/broad/05_undisturbed_slow_rotation_with_breaks_B.csv.gz");
-    logs.push_back(&real);
-    for (const std::vector<LogRecord>* log : logs) {
+    for (const std::vector<LogRecord>& log :
+         {simulated(magcal::sim::Scenario::Magnet, 30.0),
+          read_sensor_log(std::string(MAGCAL_DATA_DIR) +
+                          "/broad/05_undisturbed_slow_rotation_with_breaks_B.csv.gz")}) {
         std::vector<ResultRow> plain;
         {
             const PluginLibrary plugin(MAGCAL_PLUGIN_PATH);
-            plain = replay(plugin, *log);
+            plain = replay(plugin, log);
         }
         const PluginLibrary traced(MAGCAL_TRACE_PLUGIN_PATH);
         ReplaySetup setup;
         setup.decision_snapshots = true;
         Rows sink;
-        replay_session(traced.binding(), setup, log->data(), log->size(), sink);
+        replay_session(traced.binding(), setup, log.data(), log.size(), sink);
         ASSERT_EQ(sink.rows.size(), plain.size());
         size_t differing = 0, accuracy_seen = 0;
         for (size_t r = 0; r < plain.size(); ++r) {
@@ -163,21 +162,6 @@ TEST(ReplayEngine, DecisionSnapshotsChangeNoOutputBit) {
         EXPECT_EQ(differing, 0u);
         EXPECT_EQ(accuracy_seen & 0x9u, 0x9u) << "the session shows accuracy 0 and 3";
     }
-}
-
-TEST(ReplayEngine, SnapshotsNeedTheTraceLibrary) {
-    const PluginLibrary plugin(MAGCAL_PLUGIN_PATH);
-    const std::vector<LogRecord> log = figure8();
-    ReplaySetup setup;
-    setup.decision_snapshots = true;
-    Rows sink;
-    try {
-        replay_session(plugin.binding(), setup, log.data(), log.size(), sink);
-        ADD_FAILURE() << "no error";
-    } catch (const RuntimeFailure& e) {
-        EXPECT_NE(std::string(e.what()).find("libmagcal_trace.so"), std::string::npos);
-    }
-    EXPECT_TRUE(sink.rows.empty());
 }
 
 }  // namespace

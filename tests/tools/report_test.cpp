@@ -17,23 +17,6 @@ namespace {
 
 using namespace magcal::tooltest;
 
-// An environment variable set for one test, restored after it.
-class ScopedEnv {
-  public:
-    ScopedEnv(const char* name, const std::string& value) : name_(name) {
-        const char* old = std::getenv(name);
-        had_ = old != nullptr;
-        if (had_) old_ = old;
-        setenv(name, value.c_str(), 1);
-    }
-    ~ScopedEnv() { had_ ? setenv(name_, old_.c_str(), 1) : unsetenv(name_); }
-
-  private:
-    const char* name_;
-    std::string old_;
-    bool had_ = false;
-};
-
 // A stand-in interpreter: answers the tool's package probe with `missing`
 // and runs anything else as a shell script.
 void write_fake_python(const std::string& path, const std::string& missing) {
@@ -150,51 +133,32 @@ TEST(ToolReport, SessionThatNeverReachesAccuracy3IsSummarisedWhole) {
     EXPECT_NEAR(report.azimuth_rms, std::sqrt(azimuth_sq / n), 0.006);
 }
 
-TEST(ToolReport, ResultsWithFewRowsDrawAndNoneIsAnError) {
+TEST(ToolReport, FewRowsDrawAndBadResultsNameFileLineAndFieldAndWriteNothing) {
     ScratchDir dir;
     replayed_session(dir, "--scenario figure8 --duration 2");
     const std::string text = slurp(dir.file("r.csv"));
-    size_t end = text.find('\n');  // after the header
-    for (int rows = 1; rows <= 2; ++rows) {
-        end = text.find('\n', end + 1);
-        write_text(dir.file("few.csv"), text.substr(0, end + 1));
-        const ToolRun run = run_tool("report @few.csv -o @few.png", dir);
-        EXPECT_EQ(run.status, 0) << rows << " rows: " << run.err;
-        EXPECT_EQ(run.err, "") << rows << " rows";
-        EXPECT_TRUE(starts_with_bytes(dir.file("few.png"), "\x89PNG")) << rows << " rows";
-        std::remove(dir.file("few.png").c_str());
-    }
-    write_text(dir.file("none.csv"), text.substr(0, text.find('\n') + 1));
-    const ToolRun run = run_tool("report @none.csv -o @none.png", dir);
-    EXPECT_EQ(run.status, 2);
-    EXPECT_EQ(run.err, dir.file("none.csv") + ": no result rows to draw\n");
-    EXPECT_FALSE(std::filesystem::exists(dir.file("none.png")));
-}
-
-TEST(ToolReport, BadResultsNameFileLineAndFieldAndWriteNothing) {
-    ScratchDir dir;
-    replayed_session(dir, "--scenario still --duration 1");
-    const std::string text = slurp(dir.file("r.csv"));
-    const std::string header = text.substr(0, text.find('\n') + 1);
-    const std::string row =
-        text.substr(header.size(), text.find('\n', header.size()) + 1 - header.size());
+    const size_t header_end = text.find('\n') + 1, row_end = text.find('\n', header_end) + 1;
+    const std::string header = text.substr(0, header_end);
+    const std::string row = text.substr(header_end, row_end - header_end);
     const size_t mag_x = row.find(',') + 1;  // the second field
     const std::string bad_row = row.substr(0, mag_x) + "1.2.3" + row.substr(row.find(',', mag_x));
     // Each message as the script words it (its own tests go through every kind).
-    const struct {
-        std::string text, message;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
+        {header + row, ""},
+        {text.substr(0, text.find('\n', row_end) + 1), ""},
+        {header, ": no result rows to draw"},
         {header + row + "# a comment\n" + bad_row, ":4: field 'mag_x': not a number: \"1.2.3\""},
         {"timestamp_ns,sensor,x,y,z\n1,mag,1,2,3\n",
          ":1: header: no column 't_ns' (not a magcal replay results file)"},
         {"# nothing else\n\n", ": empty: not a magcal replay results file"},
     };
-    for (const auto& c : cases) {
-        write_text(dir.file("bad.csv"), c.text);
-        const ToolRun run = run_tool("report @bad.csv -o @bad.png", dir);
-        EXPECT_EQ(run.status, 2) << c.message;
-        EXPECT_EQ(run.err, dir.file("bad.csv") + c.message + "\n");
-        EXPECT_FALSE(std::filesystem::exists(dir.file("bad.png"))) << c.message;
+    for (const auto& [input, message] : cases) {
+        write_text(dir.file("in.csv"), input);
+        const ToolRun run = run_tool("report @in.csv -o @out.png", dir);
+        EXPECT_EQ(run.status, message.empty() ? 0 : 2) << message;
+        EXPECT_EQ(run.err, message.empty() ? "" : dir.file("in.csv") + message + "\n");
+        EXPECT_EQ(starts_with_bytes(dir.file("out.png"), "\x89PNG"), message.empty()) << message;
+        std::remove(dir.file("out.png").c_str());
     }
     // An output that is one of the inputs is refused before anything runs.
     write_text(dir.file("r.png"), text);
@@ -208,14 +172,14 @@ TEST(ToolReport, MissingPackagesAreNamedWithTheirDebianPackages) {
     ScratchDir dir;
     write_text(dir.file("r.csv"), "t_ns\n1\n");
     write_fake_python(dir.file("python3"), "matplotlib");
-    const ScopedEnv python("MAGCAL_PYTHON", dir.file("python3"));
-    ToolRun run = run_tool("report @r.csv -o @r.png", dir);
+    const std::string python = "MAGCAL_PYTHON=" + dir.file("python3");
+    ToolRun run = run_tool("report @r.csv -o @r.png", dir, python);
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, "magcal report: MAGCAL_PYTHON=" + dir.file("python3") +
                            " lacks matplotlib; install it for that interpreter (on Debian, for "
                            "/usr/bin/python3: apt-get install -y python3-matplotlib)\n");
     write_fake_python(dir.file("python3"), "numpy matplotlib");
-    run = run_tool("report @r.csv -o @r.png", dir);
+    run = run_tool("report @r.csv -o @r.png", dir, python);
     EXPECT_NE(run.err.find(" lacks numpy, matplotlib; install them for that interpreter (on "
                            "Debian, for /usr/bin/python3: apt-get install -y python3-numpy "
                            "python3-matplotlib)"),
@@ -234,9 +198,8 @@ TEST(ToolReport, Python3OnThePathWithoutThePackagesFallsBackToTheSystemOne) {
     replayed_session(dir, "--scenario figure8 --duration 2");
     std::filesystem::create_directory(dir.file("bin"));
     write_fake_python(dir.file("bin/python3"), "numpy matplotlib");
-    const ScopedEnv path("PATH", dir.file("bin") + ":/usr/bin:/bin");
-    unsetenv("MAGCAL_PYTHON");
-    const ToolRun run = run_tool("report @r.csv -o @r.png --verbose", dir);
+    const ToolRun run = run_tool("report @r.csv -o @r.png --verbose", dir,
+                                 "-u MAGCAL_PYTHON PATH=" + dir.file("bin") + ":/usr/bin:/bin");
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.err.rfind("magcal report: drawing with /usr/bin/python3, because python3 on "
                             "the PATH (" +
@@ -255,13 +218,12 @@ TEST(ToolReport, ScriptIsFoundBesideTheToolBeforeTheInstalledLayout) {
         std::filesystem::create_directory(dir.file(sub));
     std::filesystem::copy_file(MAGCAL_TOOL_PATH, dir.file("bin/magcal"));
     write_fake_python(dir.file("python3"), "");
-    const ScopedEnv python("MAGCAL_PYTHON", dir.file("python3"));
     write_text(dir.file("r.csv"), "t_ns\n1\n");
     const auto drawn_by = [&]() {
-        const std::string command = MAGCAL_TOOL_LAUNCHER + dir.file("bin/magcal") + " report " +
-                                    dir.file("r.csv") + " -o " + dir.file("r.png") +
-                                    " >/dev/null 2>&1";
-        EXPECT_EQ(std::system(command.c_str()), 0);
+        const ToolRun run =
+            run_tool("report @r.csv -o @r.png", dir, "MAGCAL_PYTHON=" + dir.file("python3"),
+                     dir.file("bin/magcal"));
+        EXPECT_EQ(run.status, 0) << run.err;
         return slurp(dir.file("r.png"));
     };
     write_text(dir.file("share/magcal/report.py"), "printf installed > \"$3\"\n");

@@ -143,20 +143,12 @@ TEST(ToolInput, ChecksWarnOncePerKindOnStderrAndStrictTurnsThemIntoErrors) {
     ScratchDir dir;
     ASSERT_EQ(run_tool("simulate --scenario figure8 --duration 4 -o @sim.csv", dir).status, 0);
     // The field in gauss, and one NaN gyro value (tick 100's gyro line).
-    std::istringstream in(slurp(dir.file("sim.csv")));
-    std::string out, line;
-    for (int n = 1; std::getline(in, line); ++n) {
-        if (line.find(",mag,") != std::string::npos) {
-            std::istringstream f(line);
-            std::string t, s, x, y, z;
-            std::getline(f, t, ','), std::getline(f, s, ','), std::getline(f, x, ','),
-                std::getline(f, y, ','), std::getline(f, z);
-            line = t + ",mag," + std::to_string(std::stod(x) / 100) + "," +
-                   std::to_string(std::stod(y) / 100) + "," + std::to_string(std::stod(z) / 100);
-        }
-        if (n == 306) line = line.substr(0, line.find(",gyro,")) + ",gyro,nan,0,0";
-        out += line + "\n";
-    }
+    const std::string out =
+        map_csv_lines(slurp(dir.file("sim.csv")), [](int n, std::vector<std::string>& f) {
+            if (f.size() == 5 && f[1] == "mag")
+                for (int k = 2; k < 5; ++k) f[k] = std::to_string(std::stod(f[k]) / 100);
+            if (n == 306) f = {f[0], "gyro", "nan", "0", "0"};
+        });
     write_text(dir.file("log.csv"), out);
     ToolRun run = run_tool("replay @log.csv -o @r.csv", dir);
     EXPECT_EQ(run.status, 0) << run.err;
@@ -190,15 +182,13 @@ TEST(ToolInput, ConvertNamesTheSourceLinesAndItsLogReplays) {
     ASSERT_EQ(run_tool("simulate --scenario figure8 --duration 4 -o @sim.csv", dir).status, 0);
     ASSERT_EQ(run_tool("replay @sim.csv -o @ref.csv", dir).status, 0);
     // Per-sensor files in milliseconds, the gyroscope in deg/s but not said.
-    std::istringstream in(slurp(dir.file("sim.csv")));
-    std::string files[3], line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] < '0' || line[0] > '9') continue;
-        const size_t a = line.find(','), b = line.find(',', a + 1);
-        const std::string sensor = line.substr(a + 1, b - a - 1), values = line.substr(b + 1);
-        const std::string ms = line.substr(0, a - 6) + "." + line.substr(a - 6, 6);
-        files[sensor == "acc" ? 0 : sensor == "gyro" ? 1 : 2] += ms + "," + values + "\n";
-    }
+    std::string files[3];
+    map_csv_lines(slurp(dir.file("sim.csv")), [&](int, std::vector<std::string>& f) {
+        if (f.size() != 5 || f[0][0] < '0' || f[0][0] > '9') return;
+        f[0].insert(f[0].size() - 6, ".");
+        const int sensor = f[1] == "acc" ? 0 : f[1] == "gyro" ? 1 : 2;
+        files[sensor] += f[0] + "," + f[2] + "," + f[3] + "," + f[4] + "\n";
+    });
     write_text(dir.file("acc.csv"), "t,x,y,z\n" + files[0]);
     write_text(dir.file("gyro.csv"), "t,x,y,z\n" + files[1]);
     write_text(dir.file("mag.csv"), "t,x,y,z\n" + files[2]);
@@ -211,24 +201,17 @@ TEST(ToolInput, ConvertNamesTheSourceLinesAndItsLogReplays) {
 
     // A gyroscope in deg/s that nobody mentioned: the warning names the gyro
     // file's line of the first impossible rate.
-    std::istringstream rad(files[1]);
-    std::string deg = "t,x,y,z\n";
     int first_fast = 0;
-    for (int n = 2; std::getline(rad, line); ++n) {
-        std::istringstream f(line);
-        std::string t, c[3];
-        std::getline(f, t, ','), std::getline(f, c[0], ','), std::getline(f, c[1], ','),
-            std::getline(f, c[2]);
-        double sq = 0.0;
-        deg += t;
-        for (const std::string& v : c) {
-            const double d = std::stod(v) * 57.29577951308232;
-            sq += d * d;
-            deg += "," + std::to_string(d);
-        }
-        deg += "\n";
-        if (first_fast == 0 && std::sqrt(sq) > 35.0) first_fast = n;
-    }
+    const std::string deg =
+        "t,x,y,z\n" + map_csv_lines(files[1], [&](int n, std::vector<std::string>& f) {
+            double sq = 0.0;
+            for (int k = 1; k < 4; ++k) {
+                const double d = std::stod(f[k]) * 57.29577951308232;
+                sq += d * d;
+                f[k] = std::to_string(d);
+            }
+            if (first_fast == 0 && std::sqrt(sq) > 35.0) first_fast = n + 1;  // after the header
+        });
     write_text(dir.file("gyro.csv"), deg);
     run = run_tool(
         "convert --acc @acc.csv --gyro @gyro.csv --mag @mag.csv --time-unit ms -o @fast.csv", dir);

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <sstream>
 #include <string>
@@ -55,19 +56,43 @@ inline void write_text(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
+inline std::vector<std::string> split(const std::string& line, char separator) {
+    std::vector<std::string> fields{""};
+    for (char c : line) c == separator ? fields.emplace_back() : fields.back() += c;
+    return fields;
+}
+
+// `text` with `change(line number, fields)` applied to the comma-separated
+// fields of each line; the lines are joined again with commas.
+inline std::string map_csv_lines(
+    const std::string& text, const std::function<void(int, std::vector<std::string>&)>& change) {
+    std::istringstream in(text);
+    std::string out;
+    int n = 0;
+    for (std::string line; std::getline(in, line);) {
+        std::vector<std::string> fields = split(line, ',');
+        change(++n, fields);
+        for (size_t i = 0; i < fields.size(); ++i) out += (i ? "," : "") + fields[i];
+        out += "\n";
+    }
+    return out;
+}
+
 struct ToolRun {
     int status = -1;  // exit status, -1 when it did not exit normally
     std::string out, err;
 };
 
-// Runs the built magcal tool with the blank-separated `args`, in which '@'
-// stands for the scratch directory ("@log.csv"). stderr passes through a
+// Runs the built magcal tool (or `tool`) with the blank-separated `args`, in
+// which '@' stands for the scratch directory ("@log.csv"), and the changes
+// `env` makes to the environment (env(1) arguments). stderr passes through a
 // hidden file there that is removed again.
-inline ToolRun run_tool(std::string args, const ScratchDir& dir) {
+inline ToolRun run_tool(std::string args, const ScratchDir& dir, const std::string& env = "",
+                        const std::string& tool = MAGCAL_TOOL_PATH) {
     for (size_t at; (at = args.find('@')) != std::string::npos;) args.replace(at, 1, dir.file(""));
     const std::string err = dir.file(".err");
-    std::FILE* pipe =
-        popen((MAGCAL_TOOL_LAUNCHER MAGCAL_TOOL_PATH " " + args + " 2>" + err).c_str(), "r");
+    std::FILE* pipe = popen(
+        ("env " + env + " " MAGCAL_TOOL_LAUNCHER + tool + " " + args + " 2>" + err).c_str(), "r");
     ToolRun run;
     if (pipe == nullptr) return run;
     for (int c; (c = std::fgetc(pipe)) != EOF;) run.out += static_cast<char>(c);
@@ -86,8 +111,7 @@ class CsvTable {
         std::vector<std::string> header;
         for (std::string line; std::getline(in, line);) {
             if (line.empty() || line[0] == '#') continue;
-            std::vector<std::string> fields{""};
-            for (char c : line) c == ',' ? fields.emplace_back() : fields.back() += c;
+            const std::vector<std::string> fields = split(line, ',');
             if (header.empty()) {
                 header = fields;
                 continue;

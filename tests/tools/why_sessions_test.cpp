@@ -22,29 +22,36 @@ namespace {
 
 using namespace magcal::tool;
 namespace sim = magcal::sim;
+using Kind = WhyMessage::Kind;
 
 // Turns about z while tilted each way: every axis and face is visited.
-const char* const kCalibrate =
+const std::string kCalibrate =
     "hold 1; turn z 360 90; tilt +x 60 60; turn z 360 90; tilt -x 120 60; turn z 360 90; "
     "tilt +x 60 60; tilt +y 60 60; turn z 360 90; tilt -y 120 60; turn z 360 90; "
     "tilt +y 60 60; hold 2";
-const char* const kTurnsXYZ =
+const std::string kTurnsXYZ =
     "hold 1; turn z 360 90; turn x 360 90; turn y 360 90; hold 1; turn z 360 90; hold 2";
+const SavedCalibration kStored{{25.0f, -35.0f, 40.0f}, 3, 45.0};  // the simulator's offset
+
+struct Explain : RowSink {
+    explicit Explain(std::optional<RestoredCalibration> r) : explainer(r) {}
+    void on_row(const ResultRow& row) override {
+        if (t0 < 0) t0 = row.t_ns;
+        explainer.add(
+            {row.t_ns, static_cast<double>(row.t_ns - t0) * 1e-9, row.processed, row.decision});
+    }
+    AccuracyExplainer explainer;
+    int64_t t0 = -1;
+};
 
 struct Session {
     std::vector<WhyMessage> messages;
     int final_accuracy = -1;
 
-    // The first message of `kind` whose rule is `rule`, or an empty one.
-    WhyMessage find(WhyMessage::Kind kind, WhyRule rule) const {
+    WhyMessage find(Kind kind, WhyRule rule) const {  // the first such message, or an empty one
         for (const WhyMessage& m : messages)
             if (m.kind == kind && m.rule == rule) return m;
         return WhyMessage{};
-    }
-    int count(WhyMessage::Kind kind) const {
-        int n = 0;
-        for (const WhyMessage& m : messages) n += m.kind == kind;
-        return n;
     }
     std::string all() const {
         std::string s;
@@ -53,28 +60,14 @@ struct Session {
     }
 };
 
-struct Explain : RowSink {
-    explicit Explain(std::optional<RestoredCalibration> r) : explainer(r) {}
-    void on_row(const ResultRow& row) override {
-        if (t0 < 0) t0 = row.t_ns;
-        TraceRow t;
-        t.t_ns = row.t_ns;
-        t.t_s = static_cast<double>(row.t_ns - t0) * 1e-9;
-        t.processed = row.processed;
-        t.decision = row.decision;
-        explainer.add(t);
-    }
-    AccuracyExplainer explainer;
-    int64_t t0 = -1;
-};
-
-Session run(const std::string& script, void (*tweak)(sim::Config&) = nullptr,
-            std::optional<SavedCalibration> restore = std::nullopt) {
+Session run(const std::string& script, double field_ut, double mag_noise,
+            std::optional<SavedCalibration> restore) {
     sim::Config c;
     c.scenario = sim::Scenario::Scripted;
     c.script = sim::parse_motion_script(script);
     c.duration_s = sim::script_duration(c.script);
-    if (tweak) tweak(c);
+    if (field_ut > 0) c.field_ut = field_ut;
+    if (mag_noise > 0) c.mag_noise = mag_noise;
     std::vector<LogRecord> log;
     for (const auto& s : sim::simulate(c).samples) log.push_back({s.t_ns, s.sensor, s.v, 0, 0});
     const PluginLibrary lib(MAGCAL_TRACE_PLUGIN_PATH);  // a fresh library state
@@ -88,117 +81,78 @@ Session run(const std::string& script, void (*tweak)(sim::Config&) = nullptr,
     return {sink.explainer.finish(), out.final_accuracy};
 }
 
-using Kind = WhyMessage::Kind;
+// A session, how it must end and the message that must say why: the
+// stretch at `level`, or the drop from `level`, whose rule is `rule`.
+struct Case {
+    const char* name;
+    std::string script;
+    double field_ut, mag_noise;  // 0: the simulator's default
+    const SavedCalibration* restore;
+    int lowest_final, highest_final;
+    Kind kind;
+    WhyRule rule;
+    int level;
+    const char* phrase;          // in that message
+    const char* other_phrase;    // in that message too, or ""
+    const char* session_phrase;  // in the session line, or ""
+};
 
-TEST(WhySessions, TurningAllRoundReachesThreeAndSaysSo) {
-    const Session s = run(kCalibrate);
-    EXPECT_EQ(s.final_accuracy, 3);
-    EXPECT_NE(s.messages[0].text.find("accuracy 3 from "), std::string::npos) << s.all();
-    EXPECT_NE(s.messages[0].text.find(" to the end"), std::string::npos) << s.all();
-    EXPECT_EQ(s.find(Kind::Stretch, WhyRule::NoRotation).accuracy, 0) << s.all();
-}
-
-TEST(WhySessions, StillDeviceIsToldToTurn) {
-    const Session s = run("hold 10");
-    EXPECT_EQ(s.final_accuracy, 0);
-    const WhyMessage m = s.find(Kind::Stretch, WhyRule::NoRotation);
-    EXPECT_NE(m.text.find("accuracy 0 from 0.0 s to the end (10.0 s): no rotation seen yet: "
-                          "turn the device"),
-              std::string::npos)
-        << s.all();
-    EXPECT_EQ(s.messages[0].rule, WhyRule::NoRotation);
-}
-
-TEST(WhySessions, TurnsAboutZAloneAreToldTheMissingAxis) {
-    const Session s = run("hold 1; turn z 360 90; hold 1; turn z -360 90; hold 4");
-    EXPECT_EQ(s.final_accuracy, 2);
-    const WhyMessage m = s.find(Kind::Stretch, WhyRule::Coverage);
-    EXPECT_EQ(m.accuracy, 2) << s.all();
-    EXPECT_NE(m.text.find("turn the device about its x or y axis; the turn about z is done"),
-              std::string::npos)
-        << s.all();
-}
-
-TEST(WhySessions, NoisyFieldNeverSteadyNamesTheRadius) {
-    const Session s = run(kTurnsXYZ, [](sim::Config& c) { c.mag_noise = 6.0; });
-    EXPECT_LT(s.final_accuracy, 2);
-    const WhyMessage m = s.find(Kind::Stretch, WhyRule::RadiusUnsteady);
-    EXPECT_EQ(m.accuracy, 0) << s.all();
-    EXPECT_NE(m.text.find("has not stayed within 6.0 uT"), std::string::npos) << s.all();
-}
-
-TEST(WhySessions, WeakFieldStopsAtOne) {
-    // The right offset restored (accuracy 0): the radius is the 15 uT field at once.
-    const Session s = run(
-        kTurnsXYZ, [](sim::Config& c) { c.field_ut = 15.0; },
-        SavedCalibration{{25.0f, -35.0f, 40.0f}, 0, 15.0});
-    EXPECT_EQ(s.final_accuracy, 1);
-    const WhyMessage m = s.find(Kind::Stretch, WhyRule::WeakField);
-    EXPECT_EQ(m.accuracy, 1) << s.all();
-    EXPECT_NE(m.text.find("not more than 20 uT"), std::string::npos) << s.all();
-}
-
-TEST(WhySessions, FieldBelowTheEarthRangeStopsAtTwo) {
-    const Session s = run(kCalibrate, [](sim::Config& c) { c.field_ut = 22.0; });
-    EXPECT_EQ(s.final_accuracy, 2);
-    const WhyMessage m = s.find(Kind::Stretch, WhyRule::RadiusRange);
-    EXPECT_EQ(m.accuracy, 2) << s.all();
-    EXPECT_NE(m.text.find("outside the 25 to 70 uT of an earth field"), std::string::npos);
-}
-
-TEST(WhySessions, OffsetAndSphereApartAreNamed) {
-    const Session s = run(kTurnsXYZ);
-    EXPECT_EQ(s.final_accuracy, 2);
-    const WhyMessage m = s.find(Kind::Stretch, WhyRule::SphereApart);
-    EXPECT_EQ(m.accuracy, 2) << s.all();
-    EXPECT_NE(m.text.find("accuracy 3 needs less than 15 uT"), std::string::npos) << s.all();
-}
-
-TEST(WhySessions, MagnetWavedNearTheDeviceHoldsOffCalibration) {
+std::string magnet_waves() {
     std::string script = "hold 1; turn z 360 90; hold 1";
     for (int i = 0; i < 7; ++i) script += "; magnet 200 0.3 up; magnet 0 0.3 up";
-    const Session s = run(script + "; hold 2");
-    EXPECT_EQ(s.final_accuracy, 2);  // a swing drops the evidence, not the accuracy
-    const WhyMessage m = s.find(Kind::Stretch, WhyRule::SwingHold);
-    EXPECT_EQ(m.accuracy, 2) << s.all();
-    EXPECT_NE(m.text.find("swung by more than 130 uT within a second"), std::string::npos);
-    // What was learnt is gone: both axes are wanted again.
-    EXPECT_NE(m.text.find("at the end: turn the device about two of its axes"), std::string::npos)
-        << s.all();
+    return script + "; hold 2";
 }
 
-TEST(WhySessions, MagnetNearDropsToZeroAndHoldsItThere) {
-    const Session s = run(std::string(kCalibrate) + "; magnet 200 3; hold 4");
-    EXPECT_EQ(s.final_accuracy, 0);
-    const WhyMessage drop = s.find(Kind::Drop, WhyRule::StrongField);
-    EXPECT_EQ(drop.from_accuracy, 3) << s.all();
-    EXPECT_NE(drop.text.find("accuracy dropped from 3 to 0 at "), std::string::npos);
-    EXPECT_EQ(s.find(Kind::Stretch, WhyRule::StrongField).accuracy, 0) << s.all();
-    EXPECT_NE(s.messages[0].text.find("1 drop"), std::string::npos) << s.all();
-}
-
-TEST(WhySessions, VerticalMagnetDropsThroughTheRadiusLimit) {
-    const Session s = run(std::string(kCalibrate) + "; magnet 250 3 up; hold 4");
-    EXPECT_EQ(s.final_accuracy, 0);
-    const WhyMessage drop = s.find(Kind::Drop, WhyRule::RadiusTooLarge);
-    EXPECT_EQ(drop.from_accuracy, 3) << s.all();
-    EXPECT_NE(drop.text.find("(over 190 uT)"), std::string::npos);
-}
-
-TEST(WhySessions, RestoredCalibrationThatDoesNotFitIsRejectedAtStart) {
-    // Stored for a 45 uT field; the session's field is 60 uT (more than 10 apart).
-    const Session s = run(
-        kCalibrate, [](sim::Config& c) { c.field_ut = 60.0; },
-        SavedCalibration{{25.0f, -35.0f, 40.0f}, 3, 45.0});
-    const WhyMessage drop = s.find(Kind::Drop, WhyRule::StartRejected);
-    EXPECT_EQ(drop.from_accuracy, 3) << s.all();
-    EXPECT_LT(drop.t_begin_s, 0.1);
-    EXPECT_NE(drop.text.find("against the stored 45.0 uT"), std::string::npos) << drop.text;
-
-    // The same calibration restored where it fits survives: no drop at all.
-    const Session kept = run("hold 3", nullptr, SavedCalibration{{25.0f, -35.0f, 40.0f}, 3, 45.0});
+TEST(WhySessions, EachRuleIsNamedBySessionsThatMeetIt) {
+    // The right offset restored at accuracy 0: the radius is the 15 uT field at once.
+    const SavedCalibration weak{kStored.offset, 0, 15.0};
+    const Case cases[] = {
+        {"all round", kCalibrate, 0, 0, nullptr, 3, 3, Kind::Stretch, WhyRule::NoRotation, 0, "",
+         "", "accuracy 3 from "},
+        {"still", "hold 10", 0, 0, nullptr, 0, 0, Kind::Stretch, WhyRule::NoRotation, 0,
+         "accuracy 0 from 0.0 s to the end (10.0 s): no rotation seen yet: turn the device", "",
+         ""},
+        {"about z alone", "hold 1; turn z 360 90; hold 1; turn z -360 90; hold 4", 0, 0, nullptr, 2,
+         2, Kind::Stretch, WhyRule::Coverage, 2,
+         "turn the device about its x or y axis; the turn about z is done", "", ""},
+        {"noisy field", kTurnsXYZ, 0, 6.0, nullptr, 0, 1, Kind::Stretch, WhyRule::RadiusUnsteady, 0,
+         "has not stayed within 6.0 uT", "", ""},
+        {"weak field", kTurnsXYZ, 15.0, 0, &weak, 1, 1, Kind::Stretch, WhyRule::WeakField, 1,
+         "not more than 20 uT", "", ""},
+        {"below the earth range", kCalibrate, 22.0, 0, nullptr, 2, 2, Kind::Stretch,
+         WhyRule::RadiusRange, 2, "outside the 25 to 70 uT of an earth field", "", ""},
+        {"sphere apart", kTurnsXYZ, 0, 0, nullptr, 2, 2, Kind::Stretch, WhyRule::SphereApart, 2,
+         "accuracy 3 needs less than 15 uT", "", ""},
+        // A swing drops the evidence, not the accuracy: both axes are wanted again.
+        {"magnet waved", magnet_waves(), 0, 0, nullptr, 2, 2, Kind::Stretch, WhyRule::SwingHold, 2,
+         "swung by more than 130 uT within a second",
+         "at the end: turn the device about two of its axes", ""},
+        {"magnet near", kCalibrate + "; magnet 200 3; hold 4", 0, 0, nullptr, 0, 0, Kind::Drop,
+         WhyRule::StrongField, 3, "accuracy dropped from 3 to 0 at ", "", "1 drop"},
+        {"vertical magnet", kCalibrate + "; magnet 250 3 up; hold 4", 0, 0, nullptr, 0, 0,
+         Kind::Drop, WhyRule::RadiusTooLarge, 3, "(over 190 uT)", "", ""},
+        // Stored for a 45 uT field; the session's field is 60 uT (more than 10 apart).
+        {"restore that does not fit", kCalibrate, 60.0, 0, &kStored, 0, 3, Kind::Drop,
+         WhyRule::StartRejected, 3, "from 3 to 0 at 0.0 s", "against the stored 45.0 uT", ""},
+    };
+    for (const Case& c : cases) {
+        const Session s = run(c.script, c.field_ut, c.mag_noise,
+                              c.restore ? std::optional(*c.restore) : std::nullopt);
+        EXPECT_GE(s.final_accuracy, c.lowest_final) << c.name;
+        EXPECT_LE(s.final_accuracy, c.highest_final) << c.name;
+        const WhyMessage m = s.find(c.kind, c.rule);
+        EXPECT_EQ(c.kind == Kind::Drop ? m.from_accuracy : m.accuracy, c.level) << c.name << "\n"
+                                                                                << s.all();
+        for (const char* phrase : {c.phrase, c.other_phrase})
+            EXPECT_NE(m.text.find(phrase), std::string::npos) << c.name << ": " << phrase;
+        EXPECT_NE(s.messages[0].text.find(c.session_phrase), std::string::npos) << c.name;
+    }
+    // A still device's whole session is summed up by the rule it never met.
+    EXPECT_EQ(run("hold 10", 0, 0, std::nullopt).messages[0].rule, WhyRule::NoRotation);
+    // The calibration restored where it fits survives: no drop at all.
+    const Session kept = run("hold 3", 0, 0, kStored);
     EXPECT_EQ(kept.final_accuracy, 3);
-    EXPECT_EQ(kept.count(Kind::Drop), 0) << kept.all();
+    for (const WhyMessage& m : kept.messages) EXPECT_NE(m.kind, Kind::Drop) << kept.all();
 }
 
 }  // namespace
