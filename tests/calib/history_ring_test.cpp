@@ -24,7 +24,7 @@ int32_t per_period(int32_t hundredths, int32_t period) {
     return period == 0 ? 0 : hundredths / period;
 }
 
-// The shifting forms, written from the filters' specification.
+// The shifting forms, as the filters read before their histories became rings.
 struct ShiftedHistories {
     double accel[50][3] = {};
     int32_t accel_cnt = 0;
