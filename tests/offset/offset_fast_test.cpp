@@ -114,24 +114,14 @@ TEST_F(OffsetKalmanFast, EverySpecialValueInEveryInputAndStateSlot) {
             g_offset_kalman = warm;
             KalmanInputs in = base;
             OffsetKalmanState& st = g_offset_kalman;
-            double* const slots[] = {in.mag,
-                                     in.mag + 1,
-                                     in.mag + 2,
-                                     in.gyro,
-                                     in.gyro + 1,
-                                     in.gyro + 2,
-                                     &in.dt,
-                                     &st.kf_xf.data[0][0],
-                                     &st.kf_xf.data[4][0],
-                                     &st.kf_Pf.data[0][0],
-                                     &st.kf_Pf.data[2][5],
-                                     &st.kf_Pf.data[5][5],
-                                     &st.kf_Qf.data[1][1],
-                                     &st.kf_Qf.data[0][4],
-                                     &st.kf_Rf.data[2][2],
-                                     &st.kf_Rf.data[0][1],
-                                     &st.kf_Pf.data[3][1]};
-            *slots[slot] = special;
+            double* const inputs[] = {&in.mag[0],  &in.mag[1],  &in.mag[2], &in.gyro[0],
+                                      &in.gyro[1], &in.gyro[2], &in.dt};
+            double* const state[] = {&st.kf_xf.data[0][0], &st.kf_xf.data[4][0],
+                                     &st.kf_Pf.data[0][0], &st.kf_Pf.data[2][5],
+                                     &st.kf_Pf.data[5][5], &st.kf_Qf.data[1][1],
+                                     &st.kf_Qf.data[0][4], &st.kf_Rf.data[2][2],
+                                     &st.kf_Rf.data[0][1], &st.kf_Pf.data[3][1]};
+            *(slot < 7 ? inputs[slot] : state[slot - 7]) = special;
             declined += !kalman_both(in, "special value");
             kalman_both(plausible_kalman(src), "step after a special value");
         }
@@ -256,16 +246,10 @@ TEST_F(SphereFitFast, EverySpecialValueInEveryInputAndStateSlot) {
             g_sphere_fit = warm;
             SphereFitState& st = g_sphere_fit;
             sphere_sample(src, centre, mag);
-            double* const slots[] = {mag,
-                                     mag + 1,
-                                     mag + 2,
-                                     &st.rls_theta.data[3][0],
-                                     &st.rls_P.data[0][0],
-                                     &st.rls_P.data[1][3],
-                                     &st.rls_r,
-                                     &st.rls_lambda,
-                                     &st.rls_theta.data[0][0]};
-            *slots[slot] = special;
+            double* const state[] = {&st.rls_theta.data[3][0], &st.rls_P.data[0][0],
+                                     &st.rls_P.data[1][3],     &st.rls_r,
+                                     &st.rls_lambda,           &st.rls_theta.data[0][0]};
+            *(slot < 3 ? &mag[slot] : state[slot - 3]) = special;
             declined += !fit_both(mag, "special value");
             sphere_sample(src, centre, mag);
             fit_both(mag, "step after a special value");
