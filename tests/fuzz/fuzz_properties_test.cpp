@@ -73,6 +73,7 @@ TEST(FuzzProperties, AnErrorMustNameTheFileAndALineOfIt) {
         "f.csv:1: one line\nand another",
         "f.csv:1:",   // no detail
         "f.csv:1:x",  // no blank before the detail
+        "f.csv:1: ",  // a blank, then no detail
         "f.csv:x: no line number",
         "f.csv:99999999999: x",
     };
