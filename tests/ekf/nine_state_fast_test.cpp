@@ -110,24 +110,6 @@ Inputs plausible(ValueSource& src) {
     return in;
 }
 
-double* slot(Inputs& in, int k) {
-    double* const slots[] = {
-        &in.q[0],    &in.q[1],         &in.q[2],         &in.q[3],         &in.mag[0],  &in.mag[1],
-        &in.mag[2],  &in.acc[0],       &in.acc[1],       &in.acc[2],       &in.gyro[0], &in.gyro[1],
-        &in.gyro[2], &in.gyro_prev[0], &in.gyro_prev[1], &in.gyro_prev[2], &in.dt};
-    return slots[k];
-}
-constexpr int kInputSlots = 17;
-
-double* state_slot(NineStateFilter& f, int k) {
-    double* const slots[] = {&f.ns_dip,          &f.ns_dip_gain,     &f.ns_lambda,
-                             &f.ns_P.data[0][0], &f.ns_P.data[4][7], &f.ns_P.data[8][8],
-                             &f.ns_Q.data[0][0], &f.ns_Q.data[2][5], &f.ns_R.data[1][1],
-                             &f.ns_R.data[3][0]};
-    return slots[k];
-}
-constexpr int kStateSlots = 10;
-
 class NineStateFast : public testing::Test {
   protected:
     void SetUp() override {
@@ -168,13 +150,19 @@ TEST_F(NineStateFast, EverySpecialValueInEveryInputAndStateSlot) {
     int declined = 0;
     int cases = 0;
     for (double special : magcal_test::kSpecialValues) {
-        for (int k = 0; k < kInputSlots + kStateSlots; ++k, ++cases) {
-            g_nine_state = warm;
+        for (int slot = 0; slot < 27; ++slot, ++cases) {
+            NineStateFilter& f = g_nine_state = warm;
             Inputs in = base;
-            if (k < kInputSlots)
-                *slot(in, k) = special;
-            else
-                *state_slot(g_nine_state, k - kInputSlots) = special;
+            double* const inputs[] = {
+                &in.q[0],         &in.q[1],    &in.q[2],    &in.q[3],         &in.mag[0],
+                &in.mag[1],       &in.mag[2],  &in.acc[0],  &in.acc[1],       &in.acc[2],
+                &in.gyro[0],      &in.gyro[1], &in.gyro[2], &in.gyro_prev[0], &in.gyro_prev[1],
+                &in.gyro_prev[2], &in.dt};
+            double* const state[] = {&f.ns_dip,          &f.ns_dip_gain,     &f.ns_lambda,
+                                     &f.ns_P.data[0][0], &f.ns_P.data[4][7], &f.ns_P.data[8][8],
+                                     &f.ns_Q.data[0][0], &f.ns_Q.data[2][5], &f.ns_R.data[1][1],
+                                     &f.ns_R.data[3][0]};
+            *(slot < 17 ? inputs[slot] : state[slot - 17]) = special;
             declined += !step_both(in, "special value");
             // The state the special value left behind must be read alike too.
             step_both(plausible(src), "step after a special value");
