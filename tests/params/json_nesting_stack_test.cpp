@@ -55,15 +55,6 @@ __attribute__((no_sanitize_address)) size_t stack_used(const unsigned char* stac
     return size - untouched;
 }
 
-struct Job {
-    std::function<void()> work;
-};
-
-void* run_job(void* job) {
-    static_cast<Job*>(job)->work();
-    return nullptr;
-}
-
 // Runs `work` on a thread with exactly kStack bytes of stack above a guard
 // page; returns the bytes of stack it used. An overflow hits the guard page
 // and ends the test program.
@@ -83,10 +74,13 @@ size_t run_on_small_stack(const std::function<void()>& work) {
     pthread_attr_t attr;
     pthread_attr_init(&attr);
     EXPECT_EQ(pthread_attr_setstack(&attr, stack, kStack), 0);
-    Job job{work};
+    const auto run = [](void* job) -> void* {
+        (*static_cast<const std::function<void()>*>(job))();
+        return nullptr;
+    };
     pthread_t thread;
     size_t used = 0;
-    if (pthread_create(&thread, &attr, run_job, &job) == 0) {
+    if (pthread_create(&thread, &attr, run, const_cast<std::function<void()>*>(&work)) == 0) {
         pthread_join(thread, nullptr);
         used = stack_used(stack, kStack);
     } else {
@@ -126,11 +120,10 @@ class JsonNestingStack : public ::testing::Test {
 };
 
 TEST_F(JsonNestingStack, DeepestUnclosedNestingFailsCleanlyOnASmallStack) {
-    for (const std::string& text : {std::string(kDeepest, '['), std::string(kDeepest, '{'), [] {
-                                        std::string alternating;
-                                        while (alternating.size() < kDeepest) alternating += "{[";
-                                        return alternating;
-                                    }()}) {
+    std::string alternating(kDeepest, '[');
+    for (size_t i = 0; i < kDeepest; i += 2) alternating[i] = '{';
+    for (const std::string& text :
+         {std::string(kDeepest, '['), std::string(kDeepest, '{'), alternating}) {
         double matrix[9];
         size_t used = 0;
         EXPECT_EQ(load(text, matrix, &used), 1) << text.substr(0, 2);
