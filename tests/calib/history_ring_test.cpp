@@ -1,6 +1,6 @@
 // The per-sample update's three smoothing filters keep their histories in
 // rings. Each is checked here against a model that keeps its history as the
-// arrays the filters are specified with, shifting every entry along on every
+// plain arrays the filters first had, shifting every entry along on every
 // call, over long streams with special values and changing sample periods:
 // every result must have the same bits.
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // The fusion driver keeps the last second of raw field samples in a ring and
 // scans it for a swing of more than 130 uT on any axis. A model that keeps
-// the history as the specified array, shifted along on every sample, decides
+// the history as a plain array, shifted along on every sample, decides
 // for every sample whether the swing hold must start; the driver's hold
 // counter must agree, over streams whose ranges sit on the 130 uT edge, with
 // NaN, infinities and signed zeros, while the window changes with the period.
