@@ -195,10 +195,10 @@ class EvidenceTimeline(unittest.TestCase):
     def test_steadiness_runs_follow_the_sample_period_as_the_library_counts(self):
         # len30 is 30 / period for periods of 2 to 29 (10 ms units), else 30;
         # the trackers need len30 / 2, len30 and 2 * (len30 / 3) samples.
-        need6, need35, need3 = report.steady_needed(np.array([2, 5, 1, 25, 30]))
-        self.assertEqual(need6.tolist(), [7, 3, 15, 0, 15])
-        self.assertEqual(need35.tolist(), [15, 6, 30, 1, 30])
-        self.assertEqual(need3.tolist(), [10, 4, 20, 0, 20])
+        need6, need35, need3 = report.steady_needed(np.array([2, 5, 1, 25, 30, 6]))
+        self.assertEqual(need6.tolist(), [7, 3, 15, 0, 15, 2])
+        self.assertEqual(need35.tolist(), [15, 6, 30, 1, 30, 5])
+        self.assertEqual(need3.tolist(), [10, 4, 20, 0, 20, 2])
 
     def test_lanes_read_the_library_thresholds(self):
         tr = {name: np.zeros(3, "f8" if kind == "f8" else "i8")
@@ -206,14 +206,14 @@ class EvidenceTimeline(unittest.TestCase):
         tr["period_10ms"][:] = 2
         tr.update((name, np.array(values)) for name, values in dict(
             turn_cnt_x=[999, 1000, 1000], in35=[14, 15, 16], flip_cnt_y=[1000, 1000, 0],
-            flip_cnt_z=[1000, 0, 1000], offset_est_x=[9.9, 10.0, 0],
+            flip_cnt_z=[1000, 0, 1000], offset_est_x=[9.9, 10.0, 0], offset_est_y=[0, 0, 10.0],
             range_hold=[0, 1, 30]).items())
         lanes = dict(report.evidence_lanes(tr))
         self.assertEqual(lanes["turn about x done"].tolist(), [False, True, True])
         self.assertEqual(lanes["radius steady 3.5 µT"].tolist(), [False, True, True])
         # Two of the three flip counters done count as turned over.
         self.assertEqual(lanes["turned over"].tolist(), [True, False, False])
-        self.assertEqual(lanes["offset near sphere (x, y < 10 µT)"].tolist(), [True, False, True])
+        self.assertEqual(lanes["offset near sphere (x, y < 10 µT)"].tolist(), [True, False, False])
         self.assertEqual(lanes["swing hold (0.6 s)"].tolist(), [False, True, True])
 
     def test_a_trace_of_other_results_is_refused_by_name(self):
