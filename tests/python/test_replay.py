@@ -93,7 +93,7 @@ def test_each_call_is_a_fresh_library():
 
 
 def test_restore_and_softiron_forms_agree(tmp_path):
-    sim = magcal.simulate("figure8", duration_s=6, soft_iron=[1.2, 0, 0, 0, 0.9, 0, 0, 0, 1.0])
+    sim = magcal.simulate("figure8", duration_s=6, soft_iron=[1.2, 0.1, 0, 0, 0.9, 0, 0, 0, 1.0])
     path = tmp_path / "state.txt"
     path.write_text("offset 20.5 -29 40\naccuracy 3\nradius 45\n")
     by_file = magcal.replay(log=sim.log, softiron=sim.softiron_correction, restore=path)

@@ -10,6 +10,7 @@ import magcal
 
 def test_turns_about_z_alone_ask_for_another_axis():
     sim = magcal.simulate(script="hold 1; turn z 360 90; hold 1; turn z -360 90; hold 3")
+    assert len(sim.log) == 3 * 50 * 13  # the script's 13 s at 50 Hz
     r = magcal.replay(log=sim.log, trace=True)
     assert r.final_accuracy == 2
     session, *rest = r.why

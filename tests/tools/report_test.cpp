@@ -90,13 +90,6 @@ TEST(ToolReport, DrawsASessionAndAgreesWithTheReplaySummary) {
     EXPECT_EQ(dir.entries(), expected);  // no temporaries left
 }
 
-double wrap180(double deg) {  // to (-180, 180]
-    double r = std::fmod(deg, 360.0);
-    if (r > 180.0) r -= 360.0;
-    if (r <= -180.0) r += 360.0;
-    return r;
-}
-
 TEST(ToolReport, SessionThatNeverReachesAccuracy3IsSummarisedWhole) {
     ScratchDir dir;
     const std::string replay = replayed_session(dir, "--scenario flip --duration 20");

@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "magcal/magcal_host.h"
+#include "sensor_log.h"
 #include "sim/session_simulator.h"
 #include "tool_test_support.h"
 
@@ -22,20 +23,12 @@ using magcal::sim::Sensor;
 
 constexpr double kDeg = 180.0 / 3.141592653589793;  // degrees per radian
 
-double wrap180(double deg) {  // to (-180, 180]
-    while (deg > 180.0) deg -= 360.0;
-    while (deg <= -180.0) deg += 360.0;
-    return deg;
-}
-
 std::string log_text(const std::vector<Sample>& samples) {  // %.9g reads back exactly
     std::string text = "timestamp_ns,sensor,x,y,z\n";
-    static const char* const kNames[3] = {"acc", "gyro", "mag"};
     char buf[200];
     for (const Sample& s : samples) {
         std::snprintf(buf, sizeof buf, "%" PRId64 ",%s,%.9g,%.9g,%.9g\n", s.t_ns,
-                      kNames[static_cast<int>(s.sensor)], double{s.v[0]}, double{s.v[1]},
-                      double{s.v[2]});
+                      magcal::tool::sensor_name(s.sensor), s.v[0], s.v[1], s.v[2]);
         text += buf;
     }
     return text;
@@ -213,13 +206,15 @@ TEST(ToolReplay, StateFileCarriesTheCalibrationIntoTheNextRun) {
     tool("replay @wave.csv -o @wave-results.csv --state @state.txt");
     const CsvTable wave(dir.file("wave-results.csv"));
     ASSERT_EQ(wave.size(), 2000u);
-    const float saved[3] = {wave.f(1999, "offset_x"), wave.f(1999, "offset_y"),
-                            wave.f(1999, "offset_z")};
-    const double cx = wave.f(1999, "cal_x"), cy = wave.f(1999, "cal_y"), cz = wave.f(1999, "cal_z");
+    float saved[3];
+    double r2 = 0.0;
+    for (int k = 0; k < 3; ++k) {
+        saved[k] = wave.f(1999, std::string("offset_") + "xyz"[k]);
+        r2 += std::pow(wave.f(1999, std::string("cal_") + "xyz"[k]), 2);
+    }
     char expected[400];
     std::snprintf(expected, sizeof expected, "offset %.9g %.9g %.9g\naccuracy 3\nradius %.17g\n",
-                  double{saved[0]}, double{saved[1]}, double{saved[2]},
-                  std::sqrt(cx * cx + cy * cy + cz * cz));
+                  saved[0], saved[1], saved[2], std::sqrt(r2));
     EXPECT_EQ(wave.d(1999, "accuracy"), 3);
     EXPECT_NE(slurp(dir.file("state.txt")).find(expected), std::string::npos) << expected;
     // Something was learnt, or the round trip below would prove nothing.

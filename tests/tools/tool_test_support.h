@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -54,6 +55,11 @@ inline std::string slurp(const std::string& path) {
 
 inline void write_text(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
+}
+
+inline double wrap180(double deg) {  // angle difference to (-180, 180] [deg]
+    const double r = std::fmod(deg, 360.0);
+    return r > 180.0 ? r - 360.0 : r <= -180.0 ? r + 360.0 : r;
 }
 
 inline std::vector<std::string> split(const std::string& line, char separator) {

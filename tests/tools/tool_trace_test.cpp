@@ -80,13 +80,13 @@ TEST(ToolTrace, ReportDrawsTheEvidenceOnlyFromTheTraceOfTheSameReplay) {
     ScratchDir dir;
     ASSERT_EQ(run_tool("simulate --script \"hold 1; turn z 180 90; hold 1\" -o @a.csv", dir).status,
               0);
-    ASSERT_EQ(run_tool("simulate --script \"hold 1; turn x 180 90; hold 2\" -o @b.csv", dir).status,
-              0);
     ASSERT_EQ(run_tool("replay @a.csv -o @a.res.csv --trace @a.trace.csv", dir).status, 0);
-    ASSERT_EQ(run_tool("replay @b.csv -o @b.res.csv --trace @b.trace.csv", dir).status, 0);
     ToolRun run = run_tool("report @a.res.csv --trace @a.trace.csv -o @a.png", dir);
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(slurp(dir.file("a.png")).substr(1, 3), "PNG");
+    // Another replay's trace: here the same one short of its last row.
+    const std::string trace = slurp(dir.file("a.trace.csv"));
+    write_text(dir.file("b.trace.csv"), trace.substr(0, trace.rfind('\n', trace.size() - 2) + 1));
     run = run_tool("report @a.res.csv --trace @b.trace.csv -o @mixed.png", dir);
     EXPECT_EQ(run.status, 2);
     EXPECT_NE(run.err.find(dir.file("b.trace.csv") + ": not the trace of these results"),
@@ -119,7 +119,7 @@ TEST(ToolTrace, BadTracesScriptsAndLibrariesAreRefusedByNameLeavingNothing) {
     run = run_tool("simulate --scenario scripted -o @s.csv", dir);
     EXPECT_EQ(run.status, 2);
     EXPECT_NE(run.err.find("needs --script"), std::string::npos) << run.err;
-    run = run_tool("replay @x.csv -o - --trace -", dir);
+    run = run_tool("replay @sim.csv -o - --trace -", dir);
     EXPECT_EQ(run.status, 2);
     EXPECT_EQ(dir.entries(), (std::vector<std::string>{"sim.csv", "t.csv"}));
 }
