@@ -204,8 +204,6 @@ int run_replay(int argc, char** argv) {
     check_output_names(
         {{"LOG", o.log_path}, {"--truth", o.truth_path}, {"--softiron", o.softiron_path}},
         {{"-o", o.results_path}, {"--state", o.state_path}, {"--trace", o.trace_path}});
-    if (o.results_path == "-" && o.trace_path == "-")
-        throw UsageError("-o and --trace cannot both be standard output");
 
     // Every input is read and checked before the plug-in is touched.
     const std::vector<LogRecord> log = read_sensor_log(o.log_path);
