@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Cost of one sample through the accuracy rules and the motion detector, the
 // two per-sample detectors with the most branches.
 #include <benchmark/benchmark.h>

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Cost of one magnetometer sample as a host sees it: a fixed recorded sensor
 // log (the golden 50 Hz figure-eight session) fed through the plug-in's table
 // exactly as a sensor service feeds it, the accelerometer and gyroscope

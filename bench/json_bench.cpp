@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Cost of reading a typical soft-iron parameter file's text: parse, look up
 // the member and convert its nine numbers. Runs once per start-up.
 #include <benchmark/benchmark.h>

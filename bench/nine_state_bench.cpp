@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Per-sample cost of the nine-state filter step and of the gyroscope-only
 // propagation, on a slowly turning, slightly tilted device at 50 Hz.
 #include <benchmark/benchmark.h>

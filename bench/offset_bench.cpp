@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Cost of one step of each offset estimator, on a slowly turning field.
 #include <benchmark/benchmark.h>
 

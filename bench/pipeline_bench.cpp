@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Cost of one full per-sample update (soft iron, fusion driver with both
 // offset estimators, accuracy, nine-state filter, outputs), on a simulated
 // figure-eight session so that every stage is exercised.

@@ -1,3 +1,6 @@
+/* SPDX-License-Identifier: Apache-2.0
+ * Copyright 2026 The magcal Authors */
+
 /* A minimal sensor-service host in C: load the plug-in, resolve its table,
  * feed a few seconds of samples, read every output. This is the whole
  * integration a device needs (plus persisting the offset, see README).

@@ -1,4 +1,7 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# Copyright 2026 The magcal Authors
+#
 # Builds the plug-in of an earlier commit, from `git archive`, under
 # build/base-<commit>/, with the default preset's flags, and prints the path
 # of its libmagcal.so. Used to compare a change with what it replaces.

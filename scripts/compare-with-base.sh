@@ -1,4 +1,7 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# Copyright 2026 The magcal Authors
+#
 # Times this tree's plug-in against an earlier commit's in one process, the
 # two builds' rounds interleaved (A B A B ...), on recorded sensor logs, and
 # checks on the same logs, and on perturbed copies of them full of special

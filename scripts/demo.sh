@@ -1,4 +1,7 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# Copyright 2026 The magcal Authors
+#
 # One-minute demonstration, from a fresh Debian machine to two pictures:
 # installs what is missing, builds the default preset, simulates a phone
 # waved in a figure eight with a hard-iron offset, replays it through the

@@ -1,4 +1,7 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# Copyright 2026 The magcal Authors
+#
 # Instructions per magnetometer sample, counted by callgrind while a recorded
 # sensor log goes through the plug-in the way a host feeds it (setters,
 # doCaliApi and the seven getters), for this tree and, with --base, for an

@@ -1,4 +1,7 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# Copyright 2026 The magcal Authors
+#
 # Configure, build and run every test of the optimised build.
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -1,4 +1,7 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# Copyright 2026 The magcal Authors
+#
 # Measures the figures of the README's "What to expect" section with the
 # magcal tool: the shipped real recordings (data/broad) and simulated
 # sessions, replayed through the plug-in exactly as a host would feed it.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Replays a recorded sensor log through the plug-in exactly as a host does:
 // dlopen, resolve MAG_LIB_API_INTERFACE, initLib, then for every line of the
 // log the accelerometer or gyroscope setter, or doCaliApi followed by all

@@ -1,3 +1,6 @@
+/* SPDX-License-Identifier: Apache-2.0
+ * Copyright 2026 The magcal Authors */
+
 /* magcal algorithm functions, exported by name for advanced hosts and tools.
  *
  * Every function keeps its state in process-wide records inside the library:

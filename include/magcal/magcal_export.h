@@ -1,3 +1,6 @@
+/* SPDX-License-Identifier: Apache-2.0
+ * Copyright 2026 The magcal Authors */
+
 /* Symbol visibility for libmagcal.
  *
  * The library is built with hidden visibility by default; only the names a

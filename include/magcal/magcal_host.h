@@ -1,3 +1,6 @@
+/* SPDX-License-Identifier: Apache-2.0
+ * Copyright 2026 The magcal Authors */
+
 /* magcal host interface.
  *
  * A sensor service loads libmagcal.so, resolves the data symbol

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Getters: copy timestamp, the three values and the accuracy byte of one
 // output record. Bytes 20-31 and 33-39 of the caller's record stay as the
 // caller had them. There is no separate game rotation vector: it is the

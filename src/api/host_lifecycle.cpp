@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Start-up, the soft-iron reload, and the stored calibration a host persists
 // between boots (read with QVG_caliApiGetOffset, pushed back with
 // QVG_caliApiSetOffset).

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Sample entry points. Accelerometer and gyroscope samples are only stored;
 // a magnetometer sample runs the whole pipeline on the caller's thread once
 // both other sensors have delivered, and parks the results in the output

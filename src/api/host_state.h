@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The host interface's process-wide state: the last sample of each sensor,
 // their double-precision copies, one sample's results and the six output
 // records the getters copy from.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The one object a host resolves: a name, then fifteen entry points in a
 // fixed slot order. Slot 7 is the do-nothing magnetometer entry; the working
 // one is reached through QVG_doCaliApi.

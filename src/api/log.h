@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The library's only way to say anything: the platform log on Android,
 // "E/<tag>: <message>" on stderr elsewhere. Start-up and JSON code only; the
 // per-sample path never logs.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Circular moving average of the azimuth over one second, with outlier
 // rejection. Angles near north (below 90 or from 270 on) are averaged with
 // those below 180 lifted by 360, so that 358 and 2 average to 0, not 180; a

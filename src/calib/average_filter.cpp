@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Moving average of the calibrated field over 0.8 s. The first call after an
 // initialisation fills the history with its input, so the output starts at
 // the first sample instead of ramping up from zero. Field [uT].

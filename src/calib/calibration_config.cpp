@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Configuration calls of the calibration driver: the soft-iron matrix, a
 // restored calibration, the accuracy tuning, and a few entries kept for hosts
 // that call them.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Initialisation of the calibration driver. The first call sets up the whole
 // pipeline with an empty calibration; later calls keep everything learnt and
 // only ask the next sample to restart the fusion driver.

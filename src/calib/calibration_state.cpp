@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+
 #include "calib/calibration_state.h"
 
 namespace magcal {

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The calibration driver's process-wide state: its own record, the active
 // soft-iron matrix, and the histories of the per-sample update's filters.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The per-sample update: one magnetometer sample with the latest
 // accelerometer and gyroscope samples in, the host's results out.
 //

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Pitch and roll from the mean accelerometer vector of the last half second.
 // Gravity alone is assumed, so the mean direction is "up" in device axes;
 // face down (mean z < 0) folds pitch beyond +-90 degrees. Angles [deg].

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Block copy between fixed-capacity matrices, used to assemble the filter's
 // block-structured matrices from small scaled identities and cross-product
 // matrices.

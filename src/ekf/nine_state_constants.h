@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Constants of the nine-state filter's model, shared by its plain step and
 // its specialised step so that both round alike.
 #pragma once

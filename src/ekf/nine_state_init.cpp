@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Initialisation of the nine-state error Kalman filter.
 //
 // Loads the error covariance P, the process-noise density Q and the

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Process-wide state of the nine-state error Kalman filter.
 //
 // Error states, in order: 0-2 attitude error (vector part of a small error

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // One step of the nine-state error Kalman filter.
 //
 // Propagates the attitude quaternion (scalar first, navigation -> body, z up)

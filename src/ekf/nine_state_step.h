@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The two forms of the nine-state filter step behind QvGyroCal_9_states.
 //
 // nine_state_step_plain is the step as the model is written, every product a

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The nine-state filter step specialised to the structure of its matrices.
 //
 // The plain step (nine_state_step.cpp) is the model as written: every

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Calibration accuracy (0..3) and calibration stage, decided once a sample.
 //
 // The hard-iron offset can only be trusted once the device has been turned

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Resets of the accuracy evidence, called by the fusion driver when what was
 // learnt can no longer be trusted. Neither touches the reported accuracy
 // itself; the driver decides that. The reference attitude and acceleration

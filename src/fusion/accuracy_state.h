@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Process-wide record of the calibration-accuracy rules: the evidence that
 // the device has been turned enough, and the three radius-steadiness trackers
 // that decide when that evidence may raise the accuracy.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Tunables of the accuracy rules that a host or tool may change at run time.
 #include <cstdint>
 

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Display angles of an attitude quaternion (scalar first), in degrees.
 //
 // Heading comes from the yaw of the quaternion, mapped to (0, 360] with the

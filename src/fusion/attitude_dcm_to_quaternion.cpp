@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Quaternion (scalar first) of a 3x3 direction-cosine matrix.
 //
 // Of the four squared components 4w^2 = 1 + t, 4x^2 = 1 + m00 - m11 - m22,

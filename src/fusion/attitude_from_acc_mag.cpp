@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Absolute attitude from one accelerometer and one calibrated field sample.
 //
 // At rest the accelerometer reads the upward direction and the field points

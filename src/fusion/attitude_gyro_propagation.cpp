@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Gyroscope-only attitude propagation.
 //
 // Advances a unit quaternion (scalar first, navigation -> body) by one

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Process-wide counters of the motion detector and the stability check. The
 // disturbance detector keeps nothing of its own: it works on the fusion
 // driver's field reference and flag.

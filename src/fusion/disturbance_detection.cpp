@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Disturbance detector: flags a sudden change of the raw field strength, the
 // mark of a magnet or a lump of iron coming close. The Earth's field does not
 // change length when the device turns, so a jump of more than 15 uT between

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The lowest and highest value per axis over the newest entries of the
 // driver's field history ring, kept up to date in constant time per sample
 // instead of a scan of up to 100 entries.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Configuration calls into the fusion driver: the stored calibration a host
 // restores, the accuracy tuning, and a partial reset. Nothing is validated:
 // a host restores what it saved.

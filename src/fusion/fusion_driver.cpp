@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Nine-axis hybrid fusion driver: one call per magnetometer sample.
 //
 // Two estimators compete for the hard-iron offset. The gyro-aided Kalman

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // One-time initialisation of the fusion driver and of the estimators it
 // owns. Later calls do nothing, so a re-initialisation of the library keeps
 // everything learnt; only a restart request (run_state 2) is made elsewhere.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The fusion driver's process-wide state. Defined in fusion_driver.cpp; the
 // calibration driver restores three fields through the configuration calls,
 // and tests read it.

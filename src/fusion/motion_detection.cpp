@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Motion detector: decides whether the device is being turned enough for the
 // sphere fit to learn from the field samples.
 //

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Stability check: decides whether the field radius of the Kalman offset
 // estimate has settled. The radius [uT] is compared with a reference radius;
 // a run of samples within 2 uT of it makes the radius stable, a run outside

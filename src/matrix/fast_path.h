@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Whether the filter steps may take their specialised kernels, and how wide.
 //
 // Every specialised step reproduces its plain step bit for bit (and falls

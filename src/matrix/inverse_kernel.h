@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Gauss-Jordan inverse without pivot search for the specialised filter
 // steps, on plain n x n arrays.
 //

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The 6x6-capacity matrix operations used by the sphere fit, the Kalman
 // offset filter and the accelerometer/field attitude.
 #include "magcal/magcal_algorithms.h"

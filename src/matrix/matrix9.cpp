@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The 9x9-capacity matrix operations used by the nine-state filter.
 #include "magcal/magcal_algorithms.h"
 #include "matrix/matrix_ops.h"

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Moving vectors between plain arrays and column matrices, quaternion
 // products on 4x1 columns, the cross-product matrix, and array clearing.
 #include "magcal/magcal_algorithms.h"

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Fixed-capacity dense matrices: one implementation for both capacities.
 //
 // A matrix is a shape (rows, cols) and a row-major block of doubles with a

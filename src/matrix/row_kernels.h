@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Building blocks of the filters' specialised steps: result rows accumulated
 // several elements at a time, and checks that decide whether a step may use
 // them.

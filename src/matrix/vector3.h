@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Plain three-vector helpers shared by the per-sample stages. Lengths are
 // summed x, y, z in that order so every stage rounds alike.
 #pragma once

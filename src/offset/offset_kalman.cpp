@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Gyro-aided Kalman filter of the magnetometer's hard-iron offset.
 //
 // The Earth's field is fixed in the world, so between two samples the field

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The two forms of the Kalman offset filter's predict-and-update step behind
 // func_Offset_Calibration_KF_v4; both update kf_xf and kf_Pf only.
 //

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The Kalman offset filter's step specialised to the structure of its
 // matrices.
 //

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The rotation that carries the field seen at the previous sample into the
 // device axes of the current one, from one gyroscope sample.
 //

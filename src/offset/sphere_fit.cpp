@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Recursive least-squares fit of a sphere to the raw field samples, taken
 // before the hard-iron offset is removed.
 //

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Process-wide record of the recursive least-squares sphere fit, declared
 // here so that tests can look inside it.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The two forms of the sphere fit's update behind QvGyroCal_RLS; both update
 // rls_theta and rls_P only.
 //

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The sphere fit's update on plain 4-element arrays.
 //
 // The plain update (sphere_fit.cpp) runs every product through the 6x6

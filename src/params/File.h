@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // A thin owner of one POSIX file descriptor, used to read the soft-iron
 // parameter file. Results follow the platform's status convention: 0, or a
 // negative errno.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // JSON value model: a recursive-descent parser over a byte range and a
 // pretty-printer, for the soft-iron parameter file.
 //

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // A small JSON reader and writer, used only at start-up to read the soft-iron
 // parameter file. Values are tagged; objects and arrays are shared by
 // reference so that copying a value never copies a container. The number

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Loads the soft-iron matrix: the member `key` of the JSON object in a small
 // parameter file, an array whose first nine numbers are the 3x3 matrix in
 // row-major order (dimensionless gains). Every number passes through single

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Whole sessions through the host interface, every magnetometer sample
 // processed twice from the same state: once as the library runs (with its
 // specialised filter kernels) and once with every step on its plain path.

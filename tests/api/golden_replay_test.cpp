@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Golden replay: a recorded sensor stream goes through the host C interface
 // and every result of every magnetometer sample is compared exactly with the
 // stored outputs, written as hex floats. Any change in the arithmetic, however

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The plug-in as a sensor service sees it: loaded with dlopen, reached only
 // through MAG_LIB_API_INTERFACE. Each test runs in its own process (ctest),
 // so each sees a freshly loaded library.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Start-up with a soft-iron file present. This program links a variant of
 // the library whose parameter file path points into the build tree.
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The per-sample update's three smoothing filters keep their histories in
 // rings. Each is checked here against a model that keeps its history as the
 // plain arrays the filters first had, shifting every entry along on every

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Whole sessions on the simulator, checked against the physical truth: the
 // offset the device was built with, the heading it really had.
 #include <gtest/gtest.h>

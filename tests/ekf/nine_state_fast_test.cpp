@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The specialised nine-state step against the plain one: on the same state
 // and inputs it must produce the plain step's bits in q, in both correction
 // vectors and in every part of the state the next step reads (covariance,

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Nine-state filter: initialisation from powers of ten, and the step.
 // Measurements are simulated from a known attitude with the filter's own
 // model: acc = 9.79 C(q) (0, 0, 1) and mag = |m| C(q) (0, cos dip, -sin dip),

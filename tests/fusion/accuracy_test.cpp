@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Calibration accuracy rules. Unless a test says otherwise the period is 2,
 // so len20 = 10 and len30 = 15; expected counts follow from those by hand.
 #include <gtest/gtest.h>

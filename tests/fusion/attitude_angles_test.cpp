@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Display angles from a quaternion. Expected values come from the yaw, roll
 // and pitch the quaternions are built from, with the display conventions:
 // heading = 360 - yaw in (0, 360], second angle = -roll, third = -pitch, and

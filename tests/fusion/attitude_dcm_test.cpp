@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Attitude from acc and mag, and direction-cosine matrix to quaternion.
 // Matrices are built from quaternions with the navigation -> body table
 // C(q) (columns: east, north, up in body axes).

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Gyroscope propagation, checked against the closed-form rotation of a
 // constant body rate, q(t) = q0 (x) (cos(|w|t/2), sin(|w|t/2) w/|w|).
 #include <gtest/gtest.h>

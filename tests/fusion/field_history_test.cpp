@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The fusion driver keeps the last second of raw field samples in a ring and
 // scans it for a swing of more than 130 uT on any axis. A model that keeps
 // the history as a plain array, shifted along on every sample, decides

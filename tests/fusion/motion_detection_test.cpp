@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Motion detector. Scores are worked out by hand from |acc x gyro| and
 // |acc .* gyro|; the lengths from the period are counted in samples.
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The specialised Kalman offset and sphere-fit steps against the plain ones:
 // on the same state and inputs the exported step must hand back the plain
 // step's bits (offset, radius, centre) and leave every part of the state

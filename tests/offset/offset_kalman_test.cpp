@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Gyro-aided Kalman filter of the hard-iron offset: set-up, seeding, reset,
 // one hand-computed step without rotation, recovery of a known offset, and
 // the allocation-free steps of both offset estimators.

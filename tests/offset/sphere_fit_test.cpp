@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Recursive least-squares sphere fit: hand-computed first and zero-sample
 // steps, and convergence to a known sphere.
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Loading the soft-iron matrix from its parameter file: what loads, what
 // fails, and the exact log lines of each path; and the descriptor owner that
 // reads the file.

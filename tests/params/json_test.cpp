@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The JSON reader and writer: the number rule, strings, containers, printing,
 // the messages of the failed internal checks, and random input.
 #include <gtest/gtest.h>

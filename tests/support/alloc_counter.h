@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Counts heap allocations made through operator new in this test process, so
 // that tests can prove a per-sample function allocates nothing.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The differential tests of the specialised filter steps: one step from the
 // same state on the plain path and on the specialised path in each lane
 // width, compared bit for bit.

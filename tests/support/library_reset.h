@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Puts every process-wide record of the library back to its load-time
 // value, so that each test starts from a freshly loaded library.
 #pragma once

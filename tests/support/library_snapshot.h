@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // A copy of every process-wide record of the library, to put the library
 // back into a state and to compare two states bit for bit.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Inputs for the differential tests of the specialised filter steps: seeded
 // random values, and the special values that floating-point arithmetic
 // treats differently (NaN, infinities, signed zeros, denormals, values whose

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The input checks against the mistakes people make when they record a log
 // (units, order, a sensor that stops, values the library cannot survive),
 // and against real and simulated sessions, which must pass without a word.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The converter: exact timestamps in any unit, the layouts phones and
 // loggers write (per-sensor and wide files, ; and tab, byte-order mark,
 // decimal comma, gzip, header or none), merging in time order, and errors

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The shipped real recording (trial 05 of the hand-held IMU dataset in
 // data/broad) replayed through the plug-in by the tool's engine: the summary
 // must read as stored, and a digest of every output byte of every block of

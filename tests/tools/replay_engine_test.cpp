@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The replay engine on in-memory samples: each fresh load of the library is
 // a fresh session, and what a single NaN accelerometer sample does to a
 // session (the behaviour the tool warns about and the README describes)

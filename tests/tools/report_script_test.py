@@ -1,3 +1,6 @@
+# SPDX-License-Identifier: Apache-2.0
+# Copyright 2026 The magcal Authors
+
 """The report script's pieces that decide what a long session looks like and
 what it is summarised as: reading columns in blocks, thinning series for
 drawing, drawing angles across the 0/360 seam, and the heading summary."""

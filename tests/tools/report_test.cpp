@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // magcal report end to end: the tool picks a Python, finds report.py and
 // writes a picture only when the script succeeded. The heading figures it
 // prints are checked against two independent computations: the replay's own

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Physical consistency of the session simulator: the emitted sensors are
 // compared with physics computed here (the rotation written out from the
 // quaternion and a gyro integrator of our own). The simulator's soft-iron

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The tool's handling of bad input: a malformed log, truth, state or
 // soft-iron file and a bad command line end with a message naming the file,
 // line and field, exit status 2, and no output file (not even a temporary).

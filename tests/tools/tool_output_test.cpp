@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Where the tool writes: regular files replaced whole, devices, FIFOs and
 // standard output written directly, symbolic links written through, and
 // outputs that would overwrite an input or each other refused before

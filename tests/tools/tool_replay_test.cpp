@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // magcal replay against the plug-in itself: the tool runs as a child process
 // (the library's state is process-wide), and this process loads a private
 // copy of the same plug-in, feeds it the same samples through the host table

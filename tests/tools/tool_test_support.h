@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Helpers for the tests that drive the magcal tool as a child process: a
 // scratch directory, running the tool, reading its CSV output by column.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Command-line walking for the subcommands: options "--name VALUE" or
 // "--name=VALUE", short "-o VALUE", flags, and positional arguments. Parse
 // errors throw UsageError naming the option.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The subcommands of the magcal tool. Each takes the arguments after its
 // name, returns an exit status and throws the errors of tool_errors.h.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // magcal convert: other recordings into the sensor log, then the same input
 // checks as replay, naming the source files' lines.
 #include <sys/stat.h>

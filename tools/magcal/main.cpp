@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // magcal: simulate sensor sessions, replay them through the plug-in, and draw
 // a report. Exit status: 0 ok, 1 runtime failure, 2 bad input or usage.
 #include <cstdio>

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // magcal replay: checks a sensor log, feeds it through the plug-in as a
 // sensor service would (the replay engine), and writes what came back.
 #include <sys/stat.h>

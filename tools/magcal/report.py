@@ -1,4 +1,7 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+# Copyright 2026 The magcal Authors
+
 """Draws the results of `magcal replay -o RESULTS.csv` as one figure.
 
 usage: report.py RESULTS.csv --output FILE --format png|svg|pdf [--truth TRUTH.csv]

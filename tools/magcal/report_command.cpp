@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // magcal report: finds a Python that can draw and the drawing script,
 // report.py, and lets the script draw into a temporary file that is renamed
 // into place only when the picture is complete.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The Python that draws the report. The report needs numpy and matplotlib,
 // which on Debian are packages of the system interpreter (/usr/bin/python3),
 // while the python3 first on a developer's PATH is often another build that

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // magcal simulate: writes a simulated sensor log, its ground truth and,
 // for a soft-iron distortion, the parameter file that undoes it.
 #include <cinttypes>

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Box-Muller over std::mt19937_64: each pair of uniforms gives two independent
 // standard-normal values; the second is kept for the next call.
 #include "sim/gaussian_source.h"

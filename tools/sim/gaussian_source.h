@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Seeded standard-normal numbers that are the same on every platform: a
 // 64-bit Mersenne Twister (fully specified by the standard) feeding our own
 // Box-Muller transform, because std::normal_distribution differs between

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Scenario motions. Angular velocities are built from pieces whose value and
 // first derivative are continuous (sinusoids under smooth envelopes, and
 // raised-cosine rate pulses for discrete turns), as a hand moves a phone; a

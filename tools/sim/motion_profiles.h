@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // How the phone moves in each scenario: its starting attitude, its body-frame
 // angular velocity, the linear acceleration of its body and any magnetic
 // disturbance near it. Every quantity is a smooth function of time (and, for

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Small rotation toolkit for the session simulator: vectors, unit quaternions
 // (scalar first, Hamilton product) and the maps between body and world frames.
 //

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Session simulator: integrates the scenario's attitude between ticks and
 // turns the true state at each tick into the three sensor readings and one
 // truth row. The attitude ODE q' = q (0, omega_body) / 2 is integrated with

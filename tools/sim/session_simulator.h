@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Deterministic simulation of a phone's accelerometer, gyroscope and
 // magnetometer while a person moves it, with the ground truth a calibration
 // and fusion library should recover.

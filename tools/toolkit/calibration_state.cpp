@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Keyed lines, blank-separated values; each key exactly once.
 #include "calibration_state.h"
 

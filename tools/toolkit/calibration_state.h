@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // A saved calibration between replays, as a small text file:
 //   # comment lines
 //   offset X Y Z      published hard-iron offset [uT]

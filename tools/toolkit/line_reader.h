@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Lines of a text file, one at a time and without holding the whole file:
 // a 10-hour log is millions of lines. Reads plain files, gzip-compressed
 // files (recognised by their magic bytes, not by the name; through zlib, or

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Each check looks at the whole log and reports once, at the first record
 // it concerns, with a count: a unit mistake affects every line, and one
 // message is what a person can act on.

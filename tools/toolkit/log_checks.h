@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Plausibility checks of a sensor log before it is replayed. They report
 // what a person most likely got wrong (units, time order, a sensor that
 // stops, values the library cannot survive); they never change a sample.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Turns the recordings phones and data loggers write into the sensor log:
 // one file per sensor or one wide file with every sensor's columns, columns
 // chosen by name or number, any separator of , ; or tab, an optional

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The temporary is a hidden sibling of the destination so that the rename
 // stays within one file system.
 #include "output_file.h"

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // An output file that never leaves a partial or clobbered file behind.
 // A regular file (or a new one) is written to a temporary file in its
 // directory and renamed into place by commit(): destroying an uncommitted

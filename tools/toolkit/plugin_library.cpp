@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // dlopen with RTLD_NOW | RTLD_LOCAL, as a host does: every symbol is bound at
 // load time and nothing of the plug-in leaks into the global namespace.
 #include "plugin_library.h"

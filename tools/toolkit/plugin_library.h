@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // A magcal library loaded the way a sensor service loads the plug-in
 // (dlopen, then the data symbol MAG_LIB_API_INTERFACE), and the binding the
 // replay engine calls through: the host table plus the exported functions a

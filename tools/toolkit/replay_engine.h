@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The replay engine: feeds sensor samples to a bound magcal library exactly
 // as a sensor service would (initLib, then acc and gyro samples stored and
 // every mag sample processed with doCaliApi, then every getter) and hands

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Results are printed as %.9g would print them (floats, exact on reading
 // back) and %.17g (the double-precision truth comparisons), but through
 // std::to_chars into one line buffer: printf was most of the cost of

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // One row of replay results per magnetometer sample: everything the plug-in
 // handed back for it, and the truth it is judged against when there is one.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The figures a person looks at after a replay: what went in and what the
 // input checks found, which soft-iron matrix was in force, how many samples
 // the plug-in processed, how fast the accuracy rose after the motion began,

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Sensor log reading and writing. Floats are written with %.9g, which reads
 // back to the same single-precision value, so a simulated session replays
 // bit for bit.

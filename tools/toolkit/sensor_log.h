@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The sensor log: CSV lines "timestamp_ns,sensor,x,y,z[,status]" with sensor
 // acc, gyro or mag (m/s^2, rad/s, uT); '#' starts a comment line; an optional
 // header line names the columns. docs/log-format.md is the reference. The

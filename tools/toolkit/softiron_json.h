@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The soft-iron parameter file the plug-in reads: a JSON object whose member
 // "qvg" is an array of nine numbers, the row-major matrix S the library
 // multiplies the raw field by as a row vector (m'[i] = sum_k raw[k] S[k][i]).

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Field parsing with messages a person can act on: file, line, field name
 // and the offending text.
 #include "text_fields.h"

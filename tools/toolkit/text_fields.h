@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Line-oriented CSV reading shared by the log, truth, state and converter
 // readers: lines are split on one separator, and every field error is
 // reported as "FILE:LINE: field 'NAME': ..." through InputError.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // The three ways a magcal command ends, and their exit statuses:
 //   0  success
 //   1  runtime failure (the plug-in cannot be loaded, a file cannot be

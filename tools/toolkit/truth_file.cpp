@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Truth rows are written with %.17g so that they read back exactly.
 #include "truth_file.h"
 

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copyright 2026 The magcal Authors
+//
 // Ground truth beside a simulated log: one row per magnetometer sample,
 // "timestamp_ns,qw,qx,qy,qz,heading_deg,offset_x,offset_y,offset_z,field_ut".
 // The offset is in the frame the library calibrates in: the raw sensor frame,
