@@ -434,6 +434,12 @@ std::optional<SavedCalibration> restore_of(const py::object& r) {
     return s;
 }
 
+// What the explainer needs of a restored calibration.
+std::optional<RestoredCalibration> restored_of(const std::optional<SavedCalibration>& s) {
+    if (!s) return std::nullopt;
+    return RestoredCalibration{s->accuracy, s->radius};
+}
+
 py::dict replay(const std::string& library_path, const py::dict& log_dict,
                 const std::string& softiron_path, const py::object& restore,
                 const py::object& truth, bool trace) {
@@ -447,10 +453,7 @@ py::dict replay(const std::string& library_path, const py::dict& log_dict,
         truth_rows = truth_records(truth.cast<py::dict>());
         setup.truth = &truth_rows;
     }
-    std::optional<RestoredCalibration> restored;
-    if (setup.restore)
-        restored = RestoredCalibration{setup.restore->accuracy, setup.restore->radius};
-    ColumnSink sink(!truth.is_none(), trace, restored);
+    ColumnSink sink(!truth.is_none(), trace, restored_of(setup.restore));
     ReplayOutcome outcome;
     {
         const PluginLibrary library(library_path);  // a fresh load: a fresh library state
@@ -469,16 +472,12 @@ py::dict replay(const std::string& library_path, const py::dict& log_dict,
 }
 
 py::list why_of_file(const std::string& path, const py::object& restore) {
-    const std::optional<SavedCalibration> s = restore_of(restore);
-    std::optional<RestoredCalibration> restored;
-    if (s) restored = RestoredCalibration{s->accuracy, s->radius};
+    const std::optional<RestoredCalibration> restored = restored_of(restore_of(restore));
     return messages_of(explain_accuracy(read_trace(path), restored));
 }
 
 py::list why_of_arrays(const py::dict& trace, const py::object& restore) {
-    const std::optional<SavedCalibration> s = restore_of(restore);
-    std::optional<RestoredCalibration> restored;
-    if (s) restored = RestoredCalibration{s->accuracy, s->radius};
+    const std::optional<RestoredCalibration> restored = restored_of(restore_of(restore));
     const auto t = trace["t_ns"].cast<In<int64_t>>();
     const auto ts = trace["t_s"].cast<In<double>>();
     const auto processed = trace["processed"].cast<In<int32_t>>();
